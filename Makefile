@@ -1,0 +1,44 @@
+# The two commands that matter on a fresh machine: `make demo` and `make test`.
+# Every target installs what is missing first (scripts/bootstrap is quick when
+# all is present).
+
+JOBS ?= $(shell nproc)
+FUZZ_SECONDS ?= 60
+
+.PHONY: all bootstrap build demo test bench fuzz format clean
+
+all: build
+
+bootstrap:
+	@scripts/bootstrap
+
+build: bootstrap
+	@cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DQL_TESTS=OFF >/dev/null
+	@cmake --build build/release -j $(JOBS)
+
+demo: build
+	@scripts/demo build/release out/demo
+
+test: bootstrap
+	@cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQL_SANITIZE=ON >/dev/null
+	@cmake --build build/asan -j $(JOBS)
+	@cd build/asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	  ctest --output-on-failure -j $(JOBS)
+
+bench: bootstrap
+	@cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DQL_TESTS=OFF -DQL_BENCH=ON >/dev/null
+	@cmake --build build/bench -j $(JOBS)
+	@scripts/bench build/bench
+
+fuzz: bootstrap
+	@CC=clang CXX=clang++ cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DQL_TESTS=OFF -DQL_FUZZ=ON -DQL_SANITIZE=ON >/dev/null
+	@cmake --build build/fuzz -j $(JOBS)
+	@scripts/fuzz build/fuzz $(FUZZ_SECONDS)
+
+format:
+	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	rm -rf build out

@@ -1,0 +1,11 @@
+// The plug-in's one exported entry point.
+#pragma once
+
+#include <cstdint>
+
+#include "sdk/format_record.h"
+
+extern "C" {
+using PluginMainProc = void (*)(int16_t selector, pixmere::FormatRecord* record, intptr_t* data,
+                                int16_t* result);
+}
