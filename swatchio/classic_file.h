@@ -10,12 +10,12 @@ namespace classic {
 using OSErr = int16_t;
 
 inline constexpr OSErr noErr = 0;
-inline constexpr OSErr ioErr = -36;     // I/O error
-inline constexpr OSErr eofErr = -39;    // end of file reached
-inline constexpr OSErr posErr = -40;    // position before the start of the file
-inline constexpr OSErr paramErr = -50;  // negative byte count
-inline constexpr OSErr rfNumErr = -51;  // not an open file
-inline constexpr OSErr wrPermErr = -61; // file not open for writing
+inline constexpr OSErr ioErr = -36;      // I/O error
+inline constexpr OSErr eofErr = -39;     // end of file reached
+inline constexpr OSErr posErr = -40;     // position before the start of the file
+inline constexpr OSErr paramErr = -50;   // negative byte count
+inline constexpr OSErr rfNumErr = -51;   // not an open file
+inline constexpr OSErr wrPermErr = -61;  // file not open for writing
 
 inline constexpr int16_t fsFromStart = 1;
 inline constexpr int16_t fsFromLEOF = 2;

@@ -4,7 +4,9 @@
 
 namespace {
 
-int16_t RefNum(int32_t fileRef) { return int16_t(uint16_t(uint32_t(fileRef) & 0xFFFF)); }
+int16_t RefNum(int32_t fileRef) {
+  return int16_t(uint16_t(uint32_t(fileRef) & 0xFFFF));
+}
 
 }  // namespace
 

@@ -1,0 +1,41 @@
+#include "tests/support/fixture_file.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+namespace qltest {
+
+MemFile::MemFile(const std::string& bytes) : fd_(memfd_create("fixture", MFD_CLOEXEC)) {
+  if (fd_ < 0) throw std::runtime_error("memfd_create failed");
+  size_t done = 0;
+  while (done < bytes.size()) {
+    ssize_t n = write(fd_, bytes.data() + done, bytes.size() - done);
+    if (n <= 0) throw std::runtime_error("writing the fixture failed");
+    done += size_t(n);
+  }
+  lseek(fd_, 0, SEEK_SET);
+}
+
+MemFile::~MemFile() {
+  close(fd_);
+}
+
+DiskFile::DiskFile(const std::string& name, const std::string& bytes) {
+  std::string pattern = (std::filesystem::temp_directory_path() / "qltest-XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+  dir_ = pattern;
+  path_ = dir_ + "/" + name;
+  std::ofstream(path_, std::ios::binary) << bytes;
+}
+
+DiskFile::~DiskFile() {
+  std::error_code ec;
+  std::filesystem::remove_all(dir_, ec);
+}
+
+}  // namespace qltest

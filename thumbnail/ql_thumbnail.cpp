@@ -1,0 +1,242 @@
+// Embedded-thumbnail reader.
+//
+// The reader never holds more of the file than one 256-byte scan buffer (and
+// the 768-byte colour table of an 8-bit thumbnail). The scan buffer and its
+// read position are process-wide, as the host drives one request at a time.
+//
+// Searching looks at positions 0..155 of each filling of the scan buffer; a
+// refill keeps the last 100 bytes and appends 156 new ones, so a keyword of up
+// to 100 characters is found across a refill boundary. A keyword in the final
+// part of the file that no longer fills a whole refill is not seen: the
+// reader only trusts complete fillings. Decoding consumes the buffer 256 bytes
+// at a time for the same reason, and running out of complete fillings while
+// decoding ends the decode with a failure rather than reading stale bytes.
+#include "thumbnail/ql_thumbnail.h"
+
+#include <array>
+#include <cstring>
+#include <memory>
+#include <new>
+
+namespace {
+
+constexpr int32_t kScanBytes = 256;
+constexpr int32_t kLastSearchPos = 155;  // 256 - 100 - 1: a 100-byte overlap between fillings
+constexpr int32_t kKeywordTokenMax = 100;
+constexpr int32_t kNumberTokenMax = 10;
+constexpr int32_t kColorTableBytes = 256 * 3;
+constexpr uint8_t kRunMarker = 0xFD;
+
+char buffer1[kScanBytes];
+int32_t bufPtr = 0;
+
+// Value of a character as a hexadecimal digit: 0..15 for digits, 0xFF for the
+// separators that may stand between digits, 0xFE for everything else
+// (characters above 0x7F included).
+constexpr std::array<uint8_t, 256> MakeHexTable() {
+  std::array<uint8_t, 256> t{};
+  for (auto& v : t) v = 0xFE;
+  for (int c = '0'; c <= '9'; ++c) t[c] = uint8_t(c - '0');
+  for (int c = 'A'; c <= 'F'; ++c) t[c] = uint8_t(c - 'A' + 10);
+  for (int c = 'a'; c <= 'f'; ++c) t[c] = uint8_t(c - 'a' + 10);
+  for (int c : {9, 10, 13, 32, 37}) t[c] = 0xFF;
+  return t;
+}
+constexpr std::array<uint8_t, 256> gAsciiHexDecode = MakeHexTable();
+
+// The classification of the C locale's isspace, independent of the locale the
+// host runs in.
+bool IsSpace(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+uint8_t HexPair(char high, char low) {
+  return uint8_t((gAsciiHexDecode[uint8_t(high)] << 4) | gAsciiHexDecode[uint8_t(low)]);
+}
+
+}  // namespace
+
+bool ThumbnailFits(int32_t width, int32_t height) {
+  return width >= 1 && height >= 1 && int64_t(width) * height * 3 <= kThumbnailBufferBytes;
+}
+
+QLThumbnail::QLThumbnail(int32_t fileRef) : fileRef_(fileRef) {
+  stream_ = DataFilterStream(fileRef_);
+}
+
+bool QLThumbnail::ReloadBuffer(char* buf, int32_t size, int32_t consumed) {
+  if (consumed < 0) consumed = 0;
+  if (consumed > size) consumed = size;
+  std::memmove(buf, buf + consumed, size_t(size - consumed));
+  return stream_.Read(buf + (size - consumed), consumed) == consumed;
+}
+
+int32_t QLThumbnail::EqualString(const char* pattern, char* text) {
+  for (int32_t i = 0;; ++i) {
+    if (pattern[i] == 0) {
+      if (text[i] != 0) text[i] = ' ';
+      return 1;
+    }
+    if (text[i] == 0 || text[i] != pattern[i]) return 0;
+  }
+}
+
+int32_t QLThumbnail::ScanForString(const char* text) {
+  stream_.Seek(1, 0);
+  bufPtr = kScanBytes;
+  for (;;) {
+    if (!ReloadBuffer(buffer1, kScanBytes, bufPtr)) return 0;
+    for (bufPtr = 0; bufPtr <= kLastSearchPos; ++bufPtr) {
+      // The first character decides almost every position; test it before
+      // calling the general comparison.
+      if (buffer1[bufPtr] == text[0] && EqualString(text, buffer1 + bufPtr)) return 1;
+    }
+  }
+}
+
+int32_t QLThumbnail::GetValue(char* string, int32_t* number, int32_t kind, int32_t maxLen) {
+  if (maxLen < 1) return 0;
+  ReloadBuffer(buffer1, kScanBytes, bufPtr);  // a short read near the end is tolerated
+  bufPtr = 0;
+  if (kind == 1 && string == nullptr) return 0;
+  if (kind == 2 && number == nullptr) return 0;
+  if (kind != 1 && kind != 2) return 0;
+
+  while (bufPtr < kScanBytes && IsSpace(buffer1[bufPtr])) ++bufPtr;
+  if (bufPtr == kScanBytes) return 0;
+  // The limit is a position in the scan buffer, not a token length.
+  int32_t limit = maxLen < kScanBytes + 1 - bufPtr ? maxLen : kScanBytes + 1 - bufPtr;
+  if (limit > kScanBytes) limit = kScanBytes;
+
+  char scratch[kNumberTokenMax + 1];
+  char* out = kind == 1 ? string : scratch;
+  int32_t outMax = kind == 1 ? maxLen : kNumberTokenMax;
+  int32_t n = 0;
+  auto put = [&](char c) {
+    if (n < outMax) out[n++] = c;
+  };
+  if (kind == 1 && buffer1[bufPtr] == '(') {
+    ++bufPtr;
+    while (bufPtr < limit && buffer1[bufPtr] != ')') put(buffer1[bufPtr++]);
+    if (bufPtr < limit && buffer1[bufPtr] == ')') ++bufPtr;
+  } else {
+    while (bufPtr < limit && !IsSpace(buffer1[bufPtr])) put(buffer1[bufPtr++]);
+  }
+  out[n] = 0;
+
+  if (kind == 2) {
+    // Digits from the last to the first, each taking one decimal place. The
+    // range starts at '*' rather than '0', so "*+,-./" count as -6..-1 times
+    // their place value ("-5" reads as -25), and other characters keep their
+    // place without adding to it. Accumulated in 64 bits and wrapped to 32,
+    // so ten digits never overflow the arithmetic.
+    int64_t value = 0;
+    int64_t multiplier = 1;
+    for (int32_t k = n - 1; k >= 0; --k) {
+      if (scratch[k] >= '*' && scratch[k] <= '9') value += multiplier * (scratch[k] - '0');
+      multiplier *= 10;
+    }
+    *number = int32_t(uint32_t(uint64_t(value)));
+  }
+  return bufPtr == kScanBytes ? 0 : n;
+}
+
+uint8_t QLThumbnail::GetNextHexByte() {
+  char digits[2];
+  for (char& digit : digits) {
+    while (bufPtr < kScanBytes && (buffer1[bufPtr] == '%' || IsSpace(buffer1[bufPtr]))) {
+      if (++bufPtr == kScanBytes && ReloadBuffer(buffer1, kScanBytes, kScanBytes)) bufPtr = 0;
+    }
+    if (bufPtr >= kScanBytes) {
+      hexExhausted_ = true;
+      return 0;
+    }
+    digit = buffer1[bufPtr];
+    if (++bufPtr > kScanBytes - 1 && ReloadBuffer(buffer1, kScanBytes, kScanBytes)) bufPtr = 0;
+  }
+  return HexPair(digits[0], digits[1]);
+}
+
+int32_t QLThumbnail::ReadImageData(int32_t /*count*/, int32_t bitsPerPixel, int32_t width,
+                                   int32_t height, int32_t bufferSize, char* buffer) {
+  std::unique_ptr<char[]> table;
+  if (bitsPerPixel == 8) {
+    table.reset(new (std::nothrow) char[kColorTableBytes]);
+    if (!table) return 0;
+    for (int32_t k = 0; k < kColorTableBytes; ++k) table[k] = char(GetNextHexByte());
+    if (hexExhausted_) return 0;
+  }
+
+  while (bufPtr < kScanBytes && (buffer1[bufPtr] == '%' || IsSpace(buffer1[bufPtr]))) {
+    if (++bufPtr == kScanBytes && ReloadBuffer(buffer1, kScanBytes, kScanBytes)) bufPtr = 0;
+  }
+  ReloadBuffer(buffer1, kScanBytes, bufPtr);
+  bufPtr = 0;
+  // "RLE" written as six digits with nothing between them switches run-length
+  // coding on.
+  bool runLength = HexPair(buffer1[0], buffer1[1]) == 0x52 &&
+                   HexPair(buffer1[2], buffer1[3]) == 0x4C &&
+                   HexPair(buffer1[4], buffer1[5]) == 0x45;
+  if (runLength) bufPtr = 6;
+
+  // Nothing is written at or past total, and total never exceeds the buffer.
+  int64_t total = int64_t(width) * height * 3;
+  if (width < 1 || height < 1 || total > bufferSize) return 0;
+  int32_t i = 0;
+  auto emit = [&](uint8_t code) {
+    if (table) {
+      for (int32_t c = 0; c < 3 && i < total; ++c) buffer[i++] = table[code * 3 + c];
+    } else {
+      buffer[i++] = char(code);
+    }
+  };
+  while (i < total) {
+    uint8_t b = GetNextHexByte();
+    if (hexExhausted_) return 0;
+    if (!runLength || b != kRunMarker) {
+      emit(b);
+      continue;
+    }
+    uint8_t n = GetNextHexByte();
+    if (hexExhausted_) return 0;
+    if (n == kRunMarker) {  // FD FD is the literal code 0xFD
+      emit(kRunMarker);
+      continue;
+    }
+    uint8_t v = GetNextHexByte();
+    if (hexExhausted_) return 0;
+    for (int32_t k = 0; k < n && i < total; ++k) emit(v);
+  }
+  return 1;
+}
+
+int32_t QLThumbnail::GetThumbnailInfo(int32_t* width, int32_t* height, char* buffer,
+                                      int32_t bufferSize) {
+  *width = 0;
+  *height = 0;
+  if (!ScanForString("%QL7_Thumbnail:")) return 0;
+
+  char token[kKeywordTokenMax + 1] = {};
+  GetValue(token, nullptr, 1, kKeywordTokenMax);
+  GetValue(nullptr, width, 2, kNumberTokenMax);
+  GetValue(nullptr, height, 2, kNumberTokenMax);
+  if (buffer == nullptr) return 1;
+
+  int32_t bitsPerPixel = 0;
+  GetValue(nullptr, &bitsPerPixel, 2, kNumberTokenMax);
+  token[0] = 0;
+  GetValue(token, nullptr, 1, kKeywordTokenMax);
+  // The token is the pattern, so "%%BeginData:" or any leading part of it is
+  // accepted. Compared against a copy: the comparison blanks the character
+  // after the match and the keyword itself must stay intact.
+  char beginData[] = "%%BeginData:";
+  if (!EqualString(token, beginData)) return 0;
+
+  int32_t count = 0;
+  GetValue(nullptr, &count, 2, kNumberTokenMax);
+  GetValue(token, nullptr, 1, kKeywordTokenMax);
+  GetValue(token, nullptr, 1, kKeywordTokenMax);
+  hexExhausted_ = false;
+  // The closing "%%EndData" is not checked: what it would say changes nothing.
+  return ReadImageData(count, bitsPerPixel, *width, *height, bufferSize, buffer);
+}
