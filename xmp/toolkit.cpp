@@ -1,0 +1,311 @@
+// The XMP toolkit wrapper.
+//
+// The C toolkit reports failure as a false result plus a negated error
+// number from xmp_get_error(); a getter that finds nothing returns false with
+// the error number 0. Both are turned back into what the toolkit's C++ face
+// does: an XMPError with the positive number, or a false result.
+//
+// The C toolkit has no path composition and no base64, so both are done here
+// in the toolkit's forms; every composed path is then checked by the toolkit
+// itself (against an empty data model), so a bad name or an unregistered
+// namespace fails where it is composed, as it would in the toolkit.
+#include "xmp/toolkit.h"
+
+#include <exempi/xmp.h>
+
+#include <charconv>
+#include <map>
+#include <utility>
+
+namespace xmptk {
+
+namespace {
+
+// The toolkit's error numbers (its C face reports them negated).
+constexpr int32_t kErrBadObject = 3;
+constexpr int32_t kErrBadParam = 4;
+constexpr int32_t kErrUnimplemented = 8;
+constexpr int32_t kErrBadSchema = 101;
+constexpr int32_t kErrBadXPath = 102;
+
+[[noreturn]] void Fail(const char* call, int32_t id) {
+  throw XMPError(id, std::string(call) + " failed (XMP toolkit error " + std::to_string(id) + ")");
+}
+
+// For calls whose false result always means failure.
+void Check(bool ok, const char* call) {
+  if (!ok) Fail(call, -int32_t(xmp_get_error()));
+}
+
+// For calls whose false result may just mean "not there".
+bool Found(bool ok, const char* call) {
+  if (!ok) {
+    int32_t error = -int32_t(xmp_get_error());
+    if (error != 0) Fail(call, error);
+  }
+  return ok;
+}
+
+class ToolkitString {
+ public:
+  ToolkitString() : s_(xmp_string_new()) {}
+  ~ToolkitString() { xmp_string_free(s_); }
+  ToolkitString(const ToolkitString&) = delete;
+  ToolkitString& operator=(const ToolkitString&) = delete;
+  XmpStringPtr get() const { return s_; }
+  std::string str() const { return std::string(xmp_string_cstr(s_), xmp_string_len(s_)); }
+
+ private:
+  XmpStringPtr s_;
+};
+
+XmpPtr Meta(const std::unique_ptr<void, MetaHandleFree>& handle) {
+  if (handle == nullptr) Fail("XMPMeta (moved from)", kErrBadObject);
+  return static_cast<XmpPtr>(handle.get());
+}
+
+// The registered prefix of a namespace, with its colon ("xmpG:").
+std::string PrefixOf(const char* ns) {
+  ToolkitString prefix;
+  if (ns == nullptr || !Found(xmp_namespace_prefix(ns, prefix.get()), "namespace prefix"))
+    Fail("unregistered schema namespace", kErrBadSchema);
+  return prefix.str();
+}
+
+// Lets the toolkit parse the path: a malformed path, a prefix that does not
+// belong to schemaNS or an unregistered namespace throws.
+void CheckPath(const char* schemaNS, const std::string& path, const char* call) {
+  std::unique_ptr<void, MetaHandleFree> scratch(xmp_new_empty());
+  Found(xmp_has_property(Meta(scratch), schemaNS, path.c_str()), call);
+}
+
+// A field name must be a single name, not a path of its own.
+void CheckSimpleName(const char* name, const char* call) {
+  if (name == nullptr || *name == 0 ||
+      std::string_view(name).find_first_of("/[:") != std::string_view::npos)
+    Fail(call, kErrBadXPath);
+}
+
+int32_t gInitCount = 0;  // one host thread: no lock
+
+}  // namespace
+
+XMPError::XMPError(int32_t id, std::string what) : id_(id), what_(std::move(what)) {}
+int32_t XMPError::GetID() const {
+  return id_;
+}
+const char* XMPError::what() const noexcept {
+  return what_.c_str();
+}
+
+bool Initialize() {
+  if (gInitCount == 0 && !xmp_init()) return false;
+  ++gInitCount;
+  return true;
+}
+
+void Terminate() {
+  if (gInitCount == 0) return;
+  if (--gInitCount == 0) xmp_terminate();
+}
+
+const char* NamespaceURI(const char* prefix) {
+  // Node-based, so the returned pointers survive later insertions.
+  static std::map<std::string, std::string> known;
+  if (prefix == nullptr) Fail("NamespaceURI", kErrBadParam);
+  auto it = known.find(prefix);
+  if (it == known.end()) {
+    ToolkitString uri;
+    if (!Found(xmp_prefix_namespace_uri(prefix, uri.get()), "NamespaceURI"))
+      Fail("NamespaceURI (unknown prefix)", kErrBadSchema);
+    it = known.emplace(prefix, uri.str()).first;
+  }
+  return it->second.c_str();
+}
+
+void MetaHandleFree::operator()(void* handle) const {
+  xmp_free(static_cast<XmpPtr>(handle));
+}
+void FileHandleFree::operator()(void* handle) const {
+  xmp_files_free(static_cast<XmpFilePtr>(handle));
+}
+
+XMPMeta::XMPMeta() : xmp_(xmp_new_empty()) {
+  Check(xmp_ != nullptr, "XMPMeta");
+}
+
+XMPMeta::XMPMeta(const char* buffer, uint32_t size)
+    : xmp_(size == 0 ? xmp_new_empty() : xmp_new(buffer, size)) {
+  Check(xmp_ != nullptr, "XMPMeta parse");
+}
+
+void XMPMeta::AppendArrayItem(const char* schemaNS, const char* arrayName, uint32_t arrayOptions,
+                              const char* itemValue, uint32_t itemOptions) {
+  Check(
+      xmp_append_array_item(Meta(xmp_), schemaNS, arrayName, arrayOptions, itemValue, itemOptions),
+      "AppendArrayItem");
+}
+
+void XMPMeta::SetProperty(const char* schemaNS, const char* propName, const char* value,
+                          uint32_t options) {
+  Check(xmp_set_property(Meta(xmp_), schemaNS, propName, value, options), "SetProperty");
+}
+
+void XMPMeta::SetProperty_Int(const char* schemaNS, const char* propName, int32_t value,
+                              uint32_t options) {
+  char text[16];  // "-2147483648" is 11 characters
+  *std::to_chars(text, text + sizeof(text) - 1, value).ptr = 0;
+  SetProperty(schemaNS, propName, text, options);
+}
+
+void XMPMeta::SetProperty_Float(const char* schemaNS, const char* propName, double value,
+                                uint32_t options) {
+  // Fixed notation with 6 decimals is printf's "%f", without its locale.
+  // DBL_MAX takes 309 integer digits.
+  char text[400];
+  *std::to_chars(text, text + sizeof(text) - 1, value, std::chars_format::fixed, 6).ptr = 0;
+  SetProperty(schemaNS, propName, text, options);
+}
+
+bool XMPMeta::GetProperty(const char* schemaNS, const char* propName, std::string* value,
+                          uint32_t* options) const {
+  ToolkitString text;
+  uint32_t bits = 0;
+  if (!Found(xmp_get_property(Meta(xmp_), schemaNS, propName, text.get(), &bits), "GetProperty"))
+    return false;
+  if (value != nullptr) *value = text.str();
+  if (options != nullptr) *options = bits;
+  return true;
+}
+
+bool XMPMeta::GetStructField(const char* schemaNS, const char* structName, const char* fieldNS,
+                             const char* fieldName, std::string* value, uint32_t* options) const {
+  std::string path;
+  XMPUtils::ComposeStructFieldPath(schemaNS, structName, fieldNS, fieldName, &path);
+  return GetProperty(schemaNS, path.c_str(), value, options);
+}
+
+void XMPMeta::SerializeToBuffer(std::string* packet, uint32_t options, uint32_t padding,
+                                const char* newline, const char* indent, int32_t baseIndent) const {
+  if (packet == nullptr) Fail("SerializeToBuffer", kErrBadParam);
+  ToolkitString text;
+  Check(xmp_serialize_and_format(Meta(xmp_), text.get(), options, padding, newline, indent,
+                                 baseIndent),
+        "SerializeToBuffer");
+  *packet = text.str();
+}
+
+namespace XMPUtils {
+
+void ComposeArrayItemPath(const char* schemaNS, const char* arrayName, int32_t itemIndex,
+                          std::string* fullPath) {
+  constexpr int32_t kLastItem = -1;
+  if (arrayName == nullptr || *arrayName == 0 || fullPath == nullptr)
+    Fail("ComposeArrayItemPath", kErrBadParam);
+  if (itemIndex < 1 && itemIndex != kLastItem) Fail("ComposeArrayItemPath (index)", kErrBadParam);
+  std::string_view name(arrayName);
+  std::string_view root = name.substr(0, name.find_first_of("/["));
+  std::string path;
+  if (root.find(':') == std::string_view::npos) path = PrefixOf(schemaNS);
+  path += name;
+  path += itemIndex == kLastItem ? "[last()]" : "[" + std::to_string(itemIndex) + "]";
+  CheckPath(schemaNS, path, "ComposeArrayItemPath");
+  *fullPath = std::move(path);
+}
+
+void ComposeStructFieldPath(const char* schemaNS, const char* structName, const char* fieldNS,
+                            const char* fieldName, std::string* fullPath) {
+  if (structName == nullptr || *structName == 0 || fullPath == nullptr)
+    Fail("ComposeStructFieldPath", kErrBadParam);
+  CheckSimpleName(fieldName, "ComposeStructFieldPath (field name)");
+  std::string path = std::string(structName) + "/" + PrefixOf(fieldNS) + fieldName;
+  CheckPath(schemaNS, path, "ComposeStructFieldPath");
+  *fullPath = std::move(path);
+}
+
+void ComposeFieldSelector(const char* schemaNS, const char* arrayName, const char* fieldNS,
+                          const char* fieldName, const char* fieldValue, std::string* fullPath) {
+  if (arrayName == nullptr || *arrayName == 0 || fieldValue == nullptr || fullPath == nullptr)
+    Fail("ComposeFieldSelector", kErrBadParam);
+  CheckSimpleName(fieldName, "ComposeFieldSelector (field name)");
+  std::string path = std::string(arrayName) + "[" + PrefixOf(fieldNS) + fieldName + "=\"";
+  for (const char* c = fieldValue; *c != 0; ++c) {
+    if (*c == '"') path += '"';  // the path syntax escapes a quote by doubling it
+    path += *c;
+  }
+  path += "\"]";
+  CheckPath(schemaNS, path, "ComposeFieldSelector");
+  *fullPath = std::move(path);
+}
+
+void EncodeToBase64(const char* rawStr, uint32_t rawLen, std::string* encodedStr) {
+  static constexpr char kAlphabet[] =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  constexpr size_t kLineLength = 76;  // 19 groups of 4 characters, 57 input bytes
+  if (encodedStr == nullptr || (rawStr == nullptr && rawLen != 0))
+    Fail("EncodeToBase64", kErrBadParam);
+  const auto* in = reinterpret_cast<const unsigned char*>(rawStr);
+  size_t groups = (size_t(rawLen) + 2) / 3;
+  std::string out;
+  out.reserve(groups * 4 + groups / 19);
+  size_t onLine = 0;
+  for (uint32_t i = 0; i < rawLen; i += 3) {
+    uint32_t left = rawLen - i;
+    uint32_t bits = uint32_t(in[i]) << 16;
+    if (left > 1) bits |= uint32_t(in[i + 1]) << 8;
+    if (left > 2) bits |= in[i + 2];
+    if (onLine == kLineLength) {
+      out += '\n';
+      onLine = 0;
+    }
+    out += kAlphabet[(bits >> 18) & 63];
+    out += kAlphabet[(bits >> 12) & 63];
+    out += left > 1 ? kAlphabet[(bits >> 6) & 63] : '=';
+    out += left > 2 ? kAlphabet[bits & 63] : '=';
+    onLine += 4;
+  }
+  *encodedStr = std::move(out);
+}
+
+}  // namespace XMPUtils
+
+XMPFiles::XMPFiles() : file_(xmp_files_new()) {
+  Check(file_ != nullptr, "XMPFiles");
+}
+
+bool XMPFiles::OpenFile(const char* path, uint32_t format, uint32_t openFlags) {
+  if (path == nullptr) Fail("OpenFile", kErrBadParam);
+  if (format != kXMP_UnknownFile) Fail("OpenFile (only format detection)", kErrUnimplemented);
+  if (open_) Fail("OpenFile (a file is already open)", kErrBadObject);
+  open_ = Found(
+      xmp_files_open(static_cast<XmpFilePtr>(file_.get()), path, XmpOpenFileOptions(openFlags)),
+      "OpenFile");
+  return open_;
+}
+
+bool XMPFiles::GetFileInfo(std::string* filePath, uint32_t* openFlags, uint32_t* format,
+                           uint32_t* handlerFlags) const {
+  if (!open_) return false;
+  ToolkitString path;
+  XmpOpenFileOptions flags = XMP_OPEN_NOOPTION;
+  XmpFileType type = XMP_FT_UNKNOWN;
+  XmpFileFormatOptions handler = XmpFileFormatOptions(0);
+  if (!Found(xmp_files_get_file_info(static_cast<XmpFilePtr>(file_.get()), path.get(), &flags,
+                                     &type, &handler),
+             "GetFileInfo"))
+    return false;
+  if (filePath != nullptr) *filePath = path.str();
+  if (openFlags != nullptr) *openFlags = uint32_t(flags);
+  if (format != nullptr) *format = uint32_t(type);
+  if (handlerFlags != nullptr) *handlerFlags = uint32_t(handler);
+  return true;
+}
+
+bool XMPFiles::GetXMP(XMPMeta* meta) const {
+  // The toolkit's C face crashes when asked without an open file.
+  if (!open_) Fail("GetXMP (no open file)", kErrBadObject);
+  if (meta == nullptr) Fail("GetXMP", kErrBadParam);
+  return Found(xmp_files_get_xmp(static_cast<XmpFilePtr>(file_.get()), Meta(meta->xmp_)), "GetXMP");
+}
+
+}  // namespace xmptk
