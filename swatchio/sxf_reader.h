@@ -1,0 +1,31 @@
+// Swatch exchange files (signature "SXFF"): recognising one and loading it
+// into a swatch book.
+#pragma once
+
+#include <cstdint>
+
+#include "swatchbook/kelto_swatchbook.h"
+#include "swatchbook/kelto_swatchbook_heap.h"
+#include "swatchbook/xml_string.h"
+#include "swatchio/stream.h"
+
+class SXFReader {
+ public:
+  SXFReader();
+
+  // 1 for a structurally sound file, else 0; unknownBlocks counts the blocks
+  // of types the reader does not know.
+  int32_t Check(KeltoSwatchbookStream& stream, int32_t& unknownBlocks);
+  // 0 success, 1 unreadable stream, 3 wrong signature, 4 wrong major
+  // version, 5 data ends early, 6 too many blocks. Bit 0 of flags keeps
+  // "$$$/key=text" names whole.
+  int32_t Parse(KeltoSwatchbook& book, KeltoSwatchbookStream& stream, int32_t flags);
+
+ private:
+  XMLString name_;
+  KeltoSwatchbookHeap heap_;
+};
+
+// Reads one string (16-bit unit count including the terminator, then the
+// units, big-endian) at cursor; 1 on success, 0 when the data is too short.
+int32_t ReadUTF16(char*& cursor, char* end, XMLString& out, uint32_t keepWhole);
