@@ -1,0 +1,301 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+
+#include "swatchbook/kelto_swatchbook.h"
+#include "swatchbook/vantor_swatch_book.h"
+
+namespace {
+
+using KB = KeltoSwatchbook;
+
+template <typename To, typename From, size_t N>
+std::array<To, N> Translate(int32_t space, int32_t from, const From (&in)[N], int32_t to) {
+  std::array<To, N> out{};
+  EXPECT_EQ(KB::TranslateEncoding(space, from, in, to, out.data()), 1);
+  return out;
+}
+
+TEST(TranslateEncoding, PlainSpaces) {
+  const uint8_t bytes[3] = {128, 0, 255};
+  EXPECT_EQ((Translate<uint16_t>(KB::kColorSpaceRGB, 1, bytes, 2)),
+            (std::array<uint16_t, 3>{32896, 0, 65535}));
+  auto d = Translate<double>(KB::kColorSpaceRGB, 1, bytes, 3);
+  EXPECT_DOUBLE_EQ(d[0], 128.0 / 255.0);
+  EXPECT_DOUBLE_EQ(d[2], 1.0);
+  // CMYK alone is rounded to two decimals.
+  const uint8_t cmyk[4] = {128, 1, 3, 255};
+  auto c = Translate<double>(KB::kColorSpaceCMYK, 1, cmyk, 3);
+  EXPECT_EQ(c, (std::array<double, 4>{0.5, 0.0, 0.01, 1.0}));
+
+  const uint16_t words[3] = {65535, 25956, 32768};
+  EXPECT_EQ((Translate<uint8_t>(KB::kColorSpaceRGB, 2, words, 1)),
+            (std::array<uint8_t, 3>{255, 100, 127}));
+  EXPECT_DOUBLE_EQ((Translate<double>(KB::kColorSpaceRGB, 2, words, 3))[2], 32768.0 / 65535.0);
+
+  const double reals[3] = {0.5, -0.1, 1.5};
+  EXPECT_EQ((Translate<uint8_t>(KB::kColorSpaceRGB, 3, reals, 1)),
+            (std::array<uint8_t, 3>{128, 0, 255}));
+  // Any 16-bit result above 255 saturates.
+  const double small[3] = {0.003, 0.0039, -0.5};
+  EXPECT_EQ((Translate<uint16_t>(KB::kColorSpaceRGB, 3, small, 2)),
+            (std::array<uint16_t, 3>{197, 65535, 0}));
+  EXPECT_EQ((Translate<uint16_t>(KB::kColorSpaceRGB, 3, reals, 2)),
+            (std::array<uint16_t, 3>{65535, 0, 65535}));
+
+  const double gray[1] = {0.25};
+  EXPECT_EQ((Translate<double>(KB::kColorSpaceGray, 3, gray, 3)), (std::array<double, 1>{0.25}));
+}
+
+TEST(TranslateEncoding, Lab) {
+  const uint8_t bytes[3] = {100, 10, 255};
+  EXPECT_EQ((Translate<uint16_t>(KB::kColorSpaceLAB, 1, bytes, 2)),
+            (std::array<uint16_t, 3>{25700, 2560, 65280}));
+  const uint8_t ends[3] = {255, 0, 255};
+  EXPECT_EQ((Translate<double>(KB::kColorSpaceLAB, 1, ends, 3)),
+            (std::array<double, 3>{100.0, -128.0, 127.0}));
+
+  const uint16_t words[3] = {65535, 65408, 65407};
+  EXPECT_EQ((Translate<uint8_t>(KB::kColorSpaceLAB, 2, words, 1)),
+            (std::array<uint8_t, 3>{255, 255, 255}));
+  const uint16_t mid[3] = {257, 32768, 0};
+  EXPECT_EQ((Translate<uint8_t>(KB::kColorSpaceLAB, 2, mid, 1)),
+            (std::array<uint8_t, 3>{1, 128, 0}));
+  EXPECT_EQ((Translate<double>(KB::kColorSpaceLAB, 2, mid, 3)),
+            (std::array<double, 3>{257 * 100.0 / 65535, 0.0, -128.0}));
+
+  const double lab[3] = {50, -20, 30};
+  EXPECT_EQ((Translate<uint8_t>(KB::kColorSpaceLAB, 3, lab, 1)),
+            (std::array<uint8_t, 3>{128, 109, 158}));
+  EXPECT_EQ((Translate<uint16_t>(KB::kColorSpaceLAB, 3, lab, 2)),
+            (std::array<uint16_t, 3>{65535, 0, 7808}));
+  const double nearZero[3] = {0, -0.7, 500};
+  EXPECT_EQ((Translate<uint8_t>(KB::kColorSpaceLAB, 3, nearZero, 1)),
+            (std::array<uint8_t, 3>{0, 128, 255}));
+}
+
+TEST(TranslateEncoding, RefusedSpacesAndUnknownEncodings) {
+  EXPECT_EQ(KB::GetNumCompsForSpace(KB::kColorSpaceNone), 0);
+  EXPECT_EQ(KB::GetNumCompsForSpace(7), 0);
+  double in[4] = {1, 1, 1, 1};
+  double out[4] = {7, 7, 7, 7};
+  EXPECT_EQ(KB::TranslateEncoding(KB::kColorSpaceNone, 3, in, 1, out), 0);
+  EXPECT_EQ(KB::TranslateEncoding(7, 3, in, 3, out), 0);
+  EXPECT_EQ(KB::TranslateEncoding(KB::kColorSpaceRGB, 4, in, 3, out), 1);  // nothing written
+  EXPECT_EQ(out[0], 7);
+}
+
+TEST(FormatTable, RowsIDsAndStrings) {
+  VantorSwatchBook book;
+  ASSERT_EQ(book.GetNumFormats(), 4);
+  EXPECT_EQ(book.GetFormatNumChannels(3), 4);
+  int32_t row = book.AddFormat();
+  ASSERT_EQ(row, 4);
+  EXPECT_EQ(book.GetFormatColorSpace(row), 0);
+  EXPECT_EQ(book.SetFormatNumChannels(row, 6), 1);  // no space yet: free
+  EXPECT_EQ(book.SetFormatNumChannels(row, -1), 0);
+  EXPECT_EQ(book.SetFormatColorSpace(row, KB::ColorSpace(7)), 0);
+  EXPECT_EQ(book.SetFormatColorSpace(row, KB::kColorSpaceNone), 1);
+  EXPECT_EQ(book.GetFormatNumChannels(row), 6);   // None has no count of its own
+  EXPECT_EQ(book.SetFormatNumChannels(1, 2), 0);  // RGB fixes its count
+  EXPECT_EQ(book.SetFormatEncoding(row, KB::Encoding(0)), 0);
+  EXPECT_EQ(book.SetFormatEncoding(9, KB::kEncoding8Bit), 0);
+  EXPECT_EQ(book.GetFormatEncoding(9), 0);
+
+  EXPECT_TRUE(book.GetFormatID(2, 1) == XMLString("2"));
+  EXPECT_EQ(book.GetFormatID(2, 0).GetLength(), 0);
+  EXPECT_EQ(book.FindFormatByID(XMLString("2")), 2);
+  EXPECT_EQ(book.SetFormatID(1, XMLString("screen")), 1);
+  EXPECT_EQ(book.FindFormatByID(XMLString("screen")), 1);
+  EXPECT_EQ(book.FindFormatByID(XMLString("1")), -1);
+  EXPECT_EQ(book.FindFormatByID(XMLString("9")), -1);
+
+  EXPECT_TRUE(book.GetFormatColorSpaceString(1, 1) == XMLString("RGB"));
+  EXPECT_TRUE(book.GetFormatColorSpaceString(3, 1) == XMLString("CMYK"));
+  EXPECT_EQ(book.GetFormatColorSpaceString(1, 0).GetLength(), 0);
+  EXPECT_EQ(book.GetFormatColorSpaceString(0, 1).GetLength(), 0);  // Gray has no default
+  book.SetFormatColorSpaceString(2, XMLString("CIELAB D50"));
+  EXPECT_TRUE(book.GetFormatColorSpaceString(2, 1) == XMLString("CIELAB D50"));
+  book.SetFormatCondition(0, XMLString("coated"));
+  EXPECT_TRUE(book.GetFormatCondition(0) == XMLString("coated"));
+  EXPECT_EQ(book.GetFormatCondition(-1).GetLength(), 0);
+}
+
+TEST(BestFormat, RanksSpacesThenEncodings) {
+  VantorSwatchBook book;
+  book.AddSwatch(-1);
+  // Clearing drops the constructor's formats but keeps the swatch count;
+  // the store still lists format indices 0 to 3.
+  book.Clear();
+  const KB::ColorSpace spaces[4] = {KB::kColorSpaceGray, KB::kColorSpaceRGB, KB::kColorSpaceLAB,
+                                    KB::kColorSpaceLAB};
+  const KB::Encoding encodings[4] = {KB::kEncodingDouble, KB::kEncoding8Bit, KB::kEncoding8Bit,
+                                     KB::kEncoding16Bit};
+  for (int i = 0; i < 4; ++i) {
+    int32_t f = book.AddFormat();
+    book.SetFormatColorSpace(f, spaces[i]);
+    book.SetFormatEncoding(f, encodings[i]);
+  }
+  EXPECT_EQ(book.GetBestFormat(0, 0), 3);
+  EXPECT_EQ(book.GetBestFormat(0, KB::kColorSpaceRGB), 1);
+  EXPECT_EQ(book.GetBestFormat(0, KB::kColorSpaceLAB), 3);
+  EXPECT_EQ(book.GetBestFormat(0, KB::kColorSpaceCMYK), -1);
+  EXPECT_EQ(book.GetBestFormat(-1, 0), 0);  // a bad swatch gives format 0, not -1
+  EXPECT_EQ(book.GetBestFormat(1, 0), 0);
+
+  VantorSwatchBook fresh;
+  fresh.AddSwatch(-1);
+  EXPECT_EQ(fresh.GetBestFormat(0, 0), 2);  // all double: LAB ranks first
+  EXPECT_EQ(fresh.GetBestFormat(0, KB::kColorSpaceGray), 0);
+}
+
+// A store that keeps a prefix, a postfix and a book ID.
+class NamedBook : public VantorSwatchBook {
+ public:
+  NamedBook(const char* prefix, const char* postfix, int32_t id)
+      : prefix_(prefix), postfix_(postfix), id_(id) {}
+  XMLString GetPrefix() override { return prefix_; }
+  XMLString GetPostfix() override { return postfix_; }
+  int32_t GetBookID() override { return id_; }
+  void Add(const char* name) { SetSwatchName(AddSwatch(-1), XMLString(name)); }
+
+ private:
+  XMLString prefix_, postfix_;
+  int32_t id_;
+};
+
+TEST(SwatchNames, PrefixPostfixAndSearch) {
+  NamedBook book("ab", "yz", 0);
+  EXPECT_TRUE(book.RemovePrefixPostfix(XMLString("ab185yz")) == XMLString("185"));
+  EXPECT_EQ(book.RemovePrefixPostfix(XMLString("abyz")).GetLength(), 0);
+  EXPECT_EQ(book.RemovePrefixPostfix(XMLString("185")).GetLength(), 0);
+  book.Add("185");
+  book.Add("7");
+  EXPECT_EQ(book.FindSwatchByName(XMLString("ab7yz"), 1, 0), 1);
+  EXPECT_EQ(book.FindSwatchByName(XMLString("7"), 1, 0), -1);  // lacks the affixes
+  EXPECT_EQ(book.FindSwatchByName(XMLString("7"), 0, 0), 1);
+
+  NamedBook coated("", "", 3002);
+  coated.Add("Red 032 C");
+  EXPECT_EQ(coated.FindSwatchByName(XMLString("Red 032 CVC"), 1, 1), 0);
+  EXPECT_EQ(coated.FindSwatchByName(XMLString("Red 032 CVC"), 1, 0), -1);
+  NamedBook uncoated("", "", 3005);
+  uncoated.Add("Red 032 U");
+  EXPECT_EQ(uncoated.FindSwatchByName(XMLString("Red 032 CVU"), 1, 1), 0);
+
+  VantorSwatchBook plain;  // no affixes: names are found as they are
+  EXPECT_TRUE(plain.RemovePrefixPostfix(XMLString("x")) == XMLString("x"));
+  for (const char* n : {"x", "y", "x"}) plain.SetSwatchName(plain.AddSwatch(-1), XMLString(n));
+  EXPECT_EQ(plain.FindSwatchByName(XMLString("x"), 0, 0, 5), 0);  // start past the end: from 0
+  EXPECT_EQ(plain.FindSwatchByName(XMLString("x"), 0, 0, 1), 2);
+  EXPECT_EQ(plain.FindSwatchByName(XMLString("y"), 0, 0, 2), 1);  // wraps round
+  EXPECT_EQ(plain.FindSwatchByName(XMLString("z"), 0, 0, 1), -1);
+  EXPECT_EQ(plain.FindSwatchByName(XMLString(""), 1, 0), -1);
+}
+
+TEST(VantorStore, GroupsAndUngroupedSwatches) {
+  VantorSwatchBook book;
+  int32_t unused = 0;
+  EXPECT_EQ(book.CountSwatchGroups(unused), 0);
+  EXPECT_EQ(book.GetNumSwatches(), 0);
+  EXPECT_EQ(book.AddSwatch(-1), 0);
+  EXPECT_EQ(book.CountSwatchGroups(unused), 1);
+  EXPECT_EQ(book.IsUngrouped(99), 1);  // the argument is ignored: the active group answers
+  EXPECT_EQ(book.CreateSwatchGroup(), 1);
+  EXPECT_EQ(book.IsUngrouped(0), 0);
+  EXPECT_EQ(book.AddSwatch(-1), 0);
+  EXPECT_EQ(book.GetNumSwatches(), 2);
+  book.SetSwatchGroupName(XMLString("Brand"));
+  book.CloseSwatchGroup();  // changes nothing: later swatches stay in the group
+  EXPECT_EQ(book.AddSwatch(-1), 1);
+  EXPECT_TRUE(book.GetSwatchGroupName(0) == XMLString("Brand"));
+  book.SetActiveSwatchGroup(0);
+  EXPECT_EQ(book.CountSwatchesInActiveGroup(), 1);
+  EXPECT_EQ(book.GetSwatchGroupName(0).GetLength(), 0);
+
+  // Writes into a group that does not exist change nothing.
+  EXPECT_EQ(book.SetActiveSwatchGroup(7), 1);
+  EXPECT_EQ(book.CountSwatchesInActiveGroup(), 0);
+  EXPECT_EQ(book.AddSwatch(-1), -1);
+  EXPECT_EQ(book.SetSwatchName(0, XMLString("lost")), 1);
+  EXPECT_EQ(book.SetSwatchGroupName(XMLString("lost")), 1);
+  EXPECT_EQ(book.GetNumSwatches(), 3);
+  EXPECT_EQ(book.CountSwatchGroups(unused), 2);
+}
+
+TEST(VantorStore, SwatchFields) {
+  VantorSwatchBook book;
+  int32_t s = book.AddSwatch(-1);
+  book.SetSwatchName(s, XMLString("Sky"));
+  book.SetSwatchTint(s, 0.3);
+  book.SetSwatchType(s, KB::kSwatchTypeSpot);
+  book.SetSwatchType(s, KB::SwatchType(4));  // ignored
+  EXPECT_EQ(book.GetSwatchType(s), KB::kSwatchTypeSpot);
+  uint32_t flag = 0;
+  EXPECT_EQ(book.GetSwatchTint(s, flag), 0.3);
+  flag = 0;
+  EXPECT_EQ(book.GetSwatchTint(99, flag), 0.0);
+  EXPECT_EQ(flag, 1u);
+  EXPECT_EQ(book.GetSwatchName(5, 0).GetLength(), 0);
+  EXPECT_EQ(book.SetSwatchName(5, XMLString("x")), 1);  // a bad index changes nothing
+  EXPECT_EQ(book.SetSwatchCode(s, XMLString("x")), 1);
+  EXPECT_EQ(book.GetSwatchCode(s).GetLength(), 0);
+  EXPECT_EQ(book.GetBookID(), -1);
+  int32_t formats[4];
+  EXPECT_EQ(book.GetSwatchFormats(42, formats), 4);
+  EXPECT_EQ(formats[2], 2);
+  EXPECT_EQ(book.GetSwatchFormats(0, nullptr), 4);
+}
+
+TEST(VantorStore, ColourValues) {
+  VantorSwatchBook book;
+  int32_t s = book.AddSwatch(-1);
+  const double cmyk[4] = {0.1, 0.2, 0.3, 0.4};
+  ASSERT_EQ(book.AddColorValues(s, 3, cmyk), 1);
+  EXPECT_EQ(book.GetSwatchColorSpace(s), KB::kColorSpaceCMYK);
+  double out[4] = {-1, -1, -1, -1};
+  ASSERT_EQ(book.GetColorValues(s, 3, out), 1);
+  EXPECT_EQ(out[0], 0.10000000149011612);  // kept at single precision
+  double rgb[4] = {-1, -1, -1, -1};
+  ASSERT_EQ(book.GetColorValues(s, 1, rgb), 1);  // the first three, unconverted
+  EXPECT_EQ(rgb[2], double(0.3f));
+  EXPECT_EQ(rgb[3], -1);
+  EXPECT_EQ(book.GetColorValues(s, 7, out), 0);
+  EXPECT_EQ(book.GetColorValues(4, 3, out), 0);
+
+  const unsigned char bytes[3] = {255, 0, 128};
+  ASSERT_EQ(book.AddColorValues(s, 1, bytes), 1);  // translated to double
+  ASSERT_EQ(book.GetColorValues(s, 1, rgb), 1);
+  EXPECT_EQ(rgb[2], double(float(128.0 / 255.0)));
+  unsigned char back[3] = {};
+  ASSERT_EQ(book.GetColorValues(s, 1, KB::kEncoding8Bit, back), 1);
+  EXPECT_EQ(back[0], 255);
+  EXPECT_EQ(back[2], 128);
+
+  // After Clear no format is left, and the swatch count stays.
+  book.Clear();
+  EXPECT_EQ(book.AddColorValues(s, 0, cmyk), 0);
+  EXPECT_EQ(book.GetNumSwatches(), 1);
+}
+
+TEST(VantorStore, FreeChannelCountNeverReadsPastFourValues) {
+  VantorSwatchBook book;
+  int32_t s = book.AddSwatch(-1);
+  book.Clear();  // the swatch's group is gone too
+  book.SetActiveSwatchGroup(-1);
+  s = book.AddSwatch(-1);
+  int32_t f = book.AddFormat();
+  book.SetFormatEncoding(f, KB::kEncodingDouble);
+  book.SetFormatNumChannels(f, 10);
+  const double values[10] = {};
+  EXPECT_EQ(book.AddColorValues(s, f, values), 0);  // a space without components
+  double out[10];
+  std::fill(std::begin(out), std::end(out), 9.0);
+  ASSERT_EQ(book.GetColorValues(s, f, static_cast<void*>(out)), 1);
+  EXPECT_EQ(out[3], 0.0);
+  EXPECT_EQ(out[4], 9.0);
+}
+
+}  // namespace

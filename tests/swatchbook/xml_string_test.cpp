@@ -1,0 +1,249 @@
+#include "swatchbook/xml_string.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+namespace {
+
+XMLString Utf8(const std::string& bytes) {
+  std::string serialized(1, char(XMLString::kUTF8));
+  serialized += bytes;
+  return XMLString(int32_t(serialized.size()), serialized.data());
+}
+
+XMLString Utf16(const std::u16string& units) {
+  XMLString s;
+  s.SetUTF16(reinterpret_cast<const uint16_t*>(units.data()), int32_t(units.size()));
+  return s;
+}
+
+std::string Bytes(const XMLString& s) {
+  return s.GetLength() > 0 ? std::string(s.GetData(), size_t(s.GetLength())) : std::string();
+}
+
+std::u16string Units(const XMLString& s) {
+  EXPECT_EQ(s.GetFormat(), XMLString::kUTF16);
+  std::u16string units(size_t(s.GetLength()) / 2, u'\0');
+  if (!units.empty()) std::memcpy(units.data(), s.GetData(), units.size() * 2);
+  return units;
+}
+
+const std::string kGrinning = "\xF0\x9F\x98\x80";  // U+1F600 in UTF-8
+
+TEST(XMLStringConstruction, FromSerializedBytes) {
+  const char utf8[] =
+      "\x01"
+      "ab";
+  XMLString none(0, utf8);
+  EXPECT_EQ(none.GetFormat(), XMLString::kUTF8);
+  EXPECT_EQ(none.GetLength(), 0);
+  const char badFormat[] =
+      "\x03"
+      "abcd";
+  XMLString bad(5, badFormat);
+  EXPECT_EQ(bad.GetFormat(), XMLString::kUTF8);
+  EXPECT_EQ(bad.GetLength(), 0);
+  EXPECT_EQ(bad.GetData(), nullptr);
+
+  XMLString wide = Utf16(u"a\U0001F600");
+  ASSERT_EQ(wide.GetSerializedSize(), 7);
+  char serialized[7];
+  wide.GetSerializedData(serialized);
+  EXPECT_EQ(serialized[0], 2);
+  XMLString rebuilt(7, serialized);
+  EXPECT_EQ(rebuilt.GetFormat(), XMLString::kUTF16);
+  EXPECT_EQ(rebuilt.GetCapacity(), 6);
+  EXPECT_EQ(Units(rebuilt), u"a\U0001F600");
+}
+
+TEST(XMLStringComparison, AcrossFormats) {
+  XMLString ascii("abc");
+  EXPECT_TRUE(ascii == Utf8("abc"));
+  EXPECT_TRUE(ascii == Utf16(u"abc"));
+  EXPECT_TRUE(Utf8("abc") == ascii);
+  EXPECT_TRUE(Utf16(u"abc") == Utf8("abc"));
+  EXPECT_FALSE(ascii == XMLString("abd"));
+  EXPECT_FALSE(ascii == Utf8("abcd"));
+
+  // Non-ASCII bytes of an ASCII string stand for 0x7F.
+  EXPECT_TRUE(XMLString("\xE9") == Utf8("\x7F"));
+  EXPECT_FALSE(XMLString("\xE9") == Utf8("\xC3\xA9"));
+  EXPECT_TRUE(Utf8("\xC3\xA9") == Utf16(u"\u00E9"));
+
+  // A supplementary character converts to UTF-8 whole, but its UTF-16 size
+  // is counted short: equal one way, unequal the other.
+  EXPECT_TRUE(Utf8(kGrinning) == Utf16(u"\U0001F600"));
+  EXPECT_FALSE(Utf16(u"\U0001F600") == Utf8(kGrinning));
+}
+
+TEST(XMLStringConcatenation, FormatOfTheResult) {
+  XMLString a = XMLString("ab") + Utf16(u"cd");
+  EXPECT_EQ(Units(a), u"abcd");
+  EXPECT_EQ(a.GetCapacity(), a.GetLength());
+
+  XMLString b = Utf8("\xC3\xA9") + XMLString("x\xFF");
+  EXPECT_EQ(b.GetFormat(), XMLString::kUTF8);
+  EXPECT_EQ(Bytes(b), "\xC3\xA9x\x7F");
+
+  XMLString c = Utf16(u"a") + Utf8("b");
+  EXPECT_EQ(Units(c), u"ab");
+
+  XMLString d = XMLString("ab") + XMLString("cd");
+  EXPECT_EQ(d.GetFormat(), XMLString::kASCII);
+  EXPECT_EQ(Bytes(d), "abcd");
+
+  // The appended supplementary character keeps only the short count's bytes.
+  XMLString e = Utf16(u"a") + Utf8(kGrinning);
+  EXPECT_EQ(Units(e), u"a\xD83D");
+}
+
+TEST(XMLStringSubString, RangesAndFormats) {
+  XMLString four = Utf8("abcd");
+  XMLString tail = four.SubString(2, 100);
+  EXPECT_EQ(Units(tail), u"cd");
+  XMLString past = four.SubString(4, 1);
+  EXPECT_EQ(past.GetFormat(), XMLString::kUTF8);
+  EXPECT_EQ(past.GetLength(), 0);
+  EXPECT_EQ(four.SubString(-1, 2).GetLength(), 0);
+  EXPECT_EQ(four.SubString(0, -1).GetLength(), 0);
+
+  XMLString ascii = XMLString("hello").SubString(1, 3);
+  EXPECT_EQ(ascii.GetFormat(), XMLString::kASCII);
+  EXPECT_EQ(Bytes(ascii), "ell");
+  EXPECT_EQ(Units(Utf16(u"hello").SubString(3, 9)), u"lo");
+}
+
+TEST(XMLStringSubString, SupplementaryCharacters) {
+  // Length() counts code points, the substring counts UTF-16 units.
+  XMLString text = Utf8("a" + kGrinning + "b");
+  EXPECT_EQ(text.Length(), 3);
+  EXPECT_EQ(Units(text.SubString(0, 3)), u"a\U0001F600");
+  EXPECT_EQ(Units(text.SubString(2, 5)), u"\xDE00");
+
+  XMLString wide = Utf16(u"x\U0001F600");
+  EXPECT_EQ(wide.Length(), 3);
+  EXPECT_EQ(Units(wide.SubString(1, 1)), u"\xD83D");
+}
+
+TEST(XMLStringSubString, BeginsWithAndEndsWith) {
+  XMLString empty;
+  EXPECT_TRUE(empty.BeginsWith(XMLString()));
+  EXPECT_TRUE(empty.EndsWith(XMLString("")));
+  EXPECT_TRUE(XMLString("abc").EndsWith(empty));
+  EXPECT_FALSE(empty.BeginsWith(XMLString("a")));
+
+  XMLString naive = Utf8("na\xC3\xAFve");
+  EXPECT_TRUE(naive.BeginsWith(XMLString("na")));
+  EXPECT_TRUE(naive.EndsWith(XMLString("ve")));
+  EXPECT_TRUE(naive.EndsWith(Utf16(u"\u00EFve")));
+  EXPECT_FALSE(naive.BeginsWith(XMLString("nai")));
+  EXPECT_FALSE(XMLString("ab").BeginsWith(XMLString("abc")));
+}
+
+TEST(XMLUnicodeUtilsTest, UTF8ToUTF16Quirks) {
+  auto convert = [](const std::string& in, std::u16string* out) {
+    uint16_t buffer[16];
+    std::fill(std::begin(buffer), std::end(buffer), uint16_t(0xAAAA));
+    auto bytes = reinterpret_cast<const unsigned char*>(in.data());
+    int32_t measured = XMLUnicodeUtils::ConvertUTF8toUTF16(bytes, int32_t(in.size()), nullptr);
+    int32_t count = XMLUnicodeUtils::ConvertUTF8toUTF16(bytes, int32_t(in.size()), buffer);
+    EXPECT_EQ(measured, count);
+    out->clear();
+    for (uint16_t u : buffer)
+      if (u != 0xAAAA) out->push_back(char16_t(u));
+    return count;
+  };
+  std::u16string out;
+  EXPECT_EQ(convert(kGrinning, &out), 2);  // 4 bytes written, 2 counted
+  EXPECT_EQ(out, u"\U0001F600");
+  EXPECT_EQ(convert("\x80z", &out), 4);  // a stray continuation byte is its own value
+  EXPECT_EQ(out, u"\u0080z");
+  EXPECT_EQ(convert("a\xE2\x82", &out), 2);  // a cut-off sequence is dropped
+  EXPECT_EQ(out, u"a");
+  EXPECT_EQ(convert("\xC0\xAF", &out), 2);  // overlong '/' is accepted
+  EXPECT_EQ(out, u"/");
+  EXPECT_EQ(convert("\xED\xA0\x80", &out), 2);  // an encoded surrogate passes through
+  EXPECT_EQ(out, u"\xD800");
+  EXPECT_EQ(convert("\xF4\x90\x80\x80", &out), 2);  // U+110000
+  EXPECT_EQ(out, u"\uFFFD");
+  EXPECT_EQ(convert("\xF8\x88\x80\x80\x80", &out), 2);  // a 5-byte form
+  EXPECT_EQ(out, u"\uFFFD");
+}
+
+TEST(XMLUnicodeUtilsTest, UTF16ToUTF8AndASCII) {
+  auto toUtf8 = [](const std::u16string& in) {
+    unsigned char buffer[32] = {};
+    auto units = reinterpret_cast<const uint16_t*>(in.data());
+    int32_t n = XMLUnicodeUtils::ConvertUTF16toUTF8(units, int32_t(in.size()), buffer);
+    EXPECT_EQ(n, XMLUnicodeUtils::ConvertUTF16toUTF8(units, int32_t(in.size()), nullptr));
+    return std::string(reinterpret_cast<char*>(buffer), size_t(n));
+  };
+  EXPECT_EQ(toUtf8(u"\U0001F600"), kGrinning);
+  EXPECT_EQ(toUtf8(u"\xD800"), "\xED\xA0\x80");                    // lone high surrogate
+  EXPECT_EQ(toUtf8(u"\xDC00\xD800"), "\xED\xB0\x80\xED\xA0\x80");  // pair in the wrong order
+  EXPECT_EQ(toUtf8(u"A\u00E9\u20AC"), "A\xC3\xA9\xE2\x82\xAC");
+
+  std::string in = "\xC3\xA9" + kGrinning + "k";
+  char ascii[8] = {};
+  EXPECT_EQ(XMLUnicodeUtils::ConvertUTF8toASCII(reinterpret_cast<const unsigned char*>(in.data()),
+                                                int32_t(in.size()), ascii),
+            3);
+  EXPECT_EQ(std::string(ascii), "\x7F\x7Fk");
+
+  XMLString pair = Utf16(u"\U0001F600");
+  EXPECT_EQ(pair.Length(), 2);
+  EXPECT_EQ(pair.GetUTF8(nullptr), 5);
+}
+
+TEST(XMLStringConversion, TerminatorsAndEmptySources) {
+  unsigned char out[8];
+  std::memset(out, 0xAA, sizeof out);
+  EXPECT_EQ(XMLString().ConvertOrMeasureString(XMLString::kUTF16, out, 1), 2);
+  EXPECT_EQ(out[0], 0);
+  EXPECT_EQ(out[1], 0);
+  EXPECT_EQ(out[2], 0xAA);
+  EXPECT_EQ(XMLString().ConvertOrMeasureString(XMLString::kASCII, nullptr, 1), 1);
+  EXPECT_EQ(XMLString().ConvertOrMeasureString(XMLString::kUTF8, nullptr, 0), 0);
+  EXPECT_EQ(XMLString("ab").ConvertOrMeasureString(XMLString::Format(7), out, 1), 0);
+
+  std::memset(out, 0xAA, sizeof out);
+  EXPECT_EQ(XMLString("a\xE9").ConvertOrMeasureString(XMLString::kUTF8, out, 1), 3);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(out), 3), std::string("a\x7F\0", 3));
+  EXPECT_EQ(XMLString("ab").ConvertOrMeasureString(XMLString::kUTF16, nullptr, 1), 6);
+  EXPECT_EQ(Utf16(u"a\u00E9").ConvertOrMeasureString(XMLString::kASCII, out, 0), 2);
+  EXPECT_EQ(out[1], 0x7F);
+}
+
+TEST(XMLStringSetData, AllocationSizes) {
+  XMLString fresh;
+  fresh = XMLString("0123456789");
+  EXPECT_EQ(fresh.GetCapacity(), 10);
+
+  XMLString reassigned("abcd");
+  reassigned = XMLString("0123456789");
+  EXPECT_EQ(reassigned.GetCapacity(), 266);  // 256 bytes of slack on reassignment
+  const char* buffer = reassigned.GetData();
+  reassigned = "short";
+  EXPECT_EQ(reassigned.GetData(), buffer);
+  EXPECT_EQ(reassigned.GetCapacity(), 266);
+  EXPECT_EQ(Bytes(reassigned), "short");
+}
+
+TEST(XMLStringSetData, ReadOnlyStringsRefuseChanges) {
+  const char bytes[] = "fixed";
+  XMLString view = XMLString::ReadOnly(XMLString::kASCII, bytes, 5);
+  EXPECT_EQ(view.SetData(2, "ab"), 0);
+  view = XMLString("other");
+  EXPECT_EQ(view.SetASCII("x", -1), 0);
+  EXPECT_EQ(view.GetData(), bytes);
+  EXPECT_EQ(view.GetFormat(), XMLString::kASCII);
+  EXPECT_TRUE(view == XMLString("fixed"));
+
+  XMLString copy(view);  // a copy owns its bytes and may change
+  EXPECT_NE(copy.GetData(), bytes);
+  EXPECT_EQ(copy.SetASCII("x", -1), 1);
+}
+
+}  // namespace
