@@ -23,11 +23,16 @@ using WeftGetGetProcAddressProc = WeftProcLookup (*)();
 using WeftTinctProfileFromCodeProc = void* (*)(uint32_t code);
 using WeftTinctUnReferenceProfileProc = void (*)(void* profile);
 
+// A colour profile keeps its profile referenced for the request. renderIntent
+// is one of the four ICC intents (0..3), bpcState and flag are 0 or 1;
+// anything else is refused (null). Conversions take their intent from the
+// convert options.
 using WeftColorProfileCreateProc = void* (*)(void* profile, int32_t renderIntent, int32_t bpcState,
                                              int32_t flag);
 using WeftColorProfileReleaseProc = void (*)(void* colorProfile);
 
-// The five flags are the host's construction options, kept with the space.
+// The five flags are construction options of the host's own spaces; this
+// engine has none of them and accepts any values.
 using WeftColorSpaceFromProfileProc = void* (*)(void* profile, int32_t flag1, int32_t flag2,
                                                 int32_t flag3, int32_t flag4, int32_t flag5);
 // family 2: CMYK, made from the engine's default CMYK profile.

@@ -135,7 +135,10 @@ XMPMeta::XMPMeta() : xmp_(xmp_new_empty()) {
 }
 
 XMPMeta::XMPMeta(const char* buffer, uint32_t size)
-    : xmp_(size == 0 ? xmp_new_empty() : xmp_new(buffer, size)) {
+    : xmp_(size == 0           ? xmp_new_empty()
+           : buffer == nullptr ? nullptr
+                               : xmp_new(buffer, size)) {
+  if (buffer == nullptr && size != 0) Fail("XMPMeta parse", kErrBadParam);
   Check(xmp_ != nullptr, "XMPMeta parse");
 }
 

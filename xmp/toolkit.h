@@ -94,6 +94,8 @@ void EncodeToBase64(const char* rawStr, uint32_t rawLen, std::string* encodedStr
 class XMPFiles {
  public:
   XMPFiles();
+  XMPFiles(const XMPFiles&) = delete;
+  XMPFiles& operator=(const XMPFiles&) = delete;
 
   // The file layer recognises the format itself: only kXMP_UnknownFile is
   // accepted as format. False when the file cannot be opened.

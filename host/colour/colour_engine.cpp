@@ -42,16 +42,14 @@ struct Profile {
   int64_t refs = 0;
 };
 
+// A colour profile and a colour space each keep their profile referenced;
+// how a colour is converted is the convert options' business.
 struct ColorProfile {
   Profile* profile;
-  int32_t renderIntent;
-  int32_t bpcState;
-  int32_t flag;
 };
 
 struct ColorSpace {
   Profile* profile;
-  int32_t flags[5];
 };
 
 struct ConvertOptions {
@@ -69,6 +67,7 @@ struct Engine {
   std::string lastError;
   hostcolour::Counters counters;
   std::map<std::string, std::unique_ptr<Profile>> profiles;  // by code or file
+  uint32_t nextProfileId = 1;
   std::map<TransformKey, cmsHTRANSFORM> transforms;
   // Live client objects, so a stale or foreign pointer from the plug-in is
   // refused instead of followed.
@@ -85,12 +84,10 @@ Engine& TheEngine() {
   return *engine;
 }
 
-uint32_t gNextProfileId = 1;
-
 Profile* Register(Engine& e, const std::string& key, cmsHPROFILE handle) {
   if (handle == nullptr) return nullptr;
   auto& slot = e.profiles[key];
-  slot.reset(new Profile{handle, gNextProfileId++});
+  slot.reset(new Profile{handle, e.nextProfileId++});
   return slot.get();
 }
 
@@ -194,9 +191,12 @@ void* ColorProfileCreate(void* profile, int32_t renderIntent, int32_t bpcState, 
   Engine& e = TheEngine();
   std::lock_guard guard(e.lock);
   auto* p = static_cast<Profile*>(profile);
-  if (!Known(e, p)) return nullptr;
+  // Intents 0..3 are the four ICC ones; the state and flag are yes/no.
+  if (!Known(e, p) || renderIntent < 0 || renderIntent > 3 || (bpcState & ~1) != 0 ||
+      (flag & ~1) != 0)
+    return nullptr;
   ++p->refs;
-  auto* cp = new ColorProfile{p, renderIntent, bpcState, flag};
+  auto* cp = new ColorProfile{p};
   e.colorProfiles.insert(cp);
   ++e.counters.liveObjects;
   return cp;
@@ -212,25 +212,25 @@ void ColorProfileRelease(void* colorProfile) {
   --e.counters.liveObjects;
 }
 
-void* NewSpace(Engine& e, Profile* p, int32_t f1, int32_t f2, int32_t f3, int32_t f4, int32_t f5) {
+void* NewSpace(Engine& e, Profile* p) {
   ++p->refs;
-  auto* space = new ColorSpace{p, {f1, f2, f3, f4, f5}};
+  auto* space = new ColorSpace{p};
   e.spaces.insert(space);
   ++e.counters.liveObjects;
   return space;
 }
 
-void* ColorSpaceFromProfile(void* profile, int32_t f1, int32_t f2, int32_t f3, int32_t f4,
-                            int32_t f5) {
+// The five flags select options of the host's own spaces that this engine
+// does not have; any values are accepted.
+void* ColorSpaceFromProfile(void* profile, int32_t, int32_t, int32_t, int32_t, int32_t) {
   Engine& e = TheEngine();
   std::lock_guard guard(e.lock);
   auto* p = static_cast<Profile*>(profile);
   if (!Known(e, p)) return nullptr;
-  return NewSpace(e, p, f1, f2, f3, f4, f5);
+  return NewSpace(e, p);
 }
 
-void* ColorSpaceFromFamily(int32_t family, int32_t f1, int32_t f2, int32_t f3, int32_t f4,
-                           int32_t f5) {
+void* ColorSpaceFromFamily(int32_t family, int32_t, int32_t, int32_t, int32_t, int32_t) {
   Engine& e = TheEngine();
   std::lock_guard guard(e.lock);
   if (family != kFamilyCMYK) {
@@ -240,7 +240,7 @@ void* ColorSpaceFromFamily(int32_t family, int32_t f1, int32_t f2, int32_t f3, i
   }
   Profile* p = DefaultCMYK(e);
   if (p == nullptr) return nullptr;
-  return NewSpace(e, p, f1, f2, f3, f4, f5);
+  return NewSpace(e, p);
 }
 
 void ColorSpaceRelease(void* colorSpace) {
