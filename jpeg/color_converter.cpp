@@ -1,0 +1,187 @@
+// RGB and grey to level-shifted YCbCr samples.
+//
+// Full-resolution colour uses the integer tables (JFIF weights × 256, so every
+// sample keeps 8 fractional bits without rounding): Y = 77R + 150G + 29B −
+// 32768, Cb = −43R − 85G + 128B, Cr = 128R − 107G − 21B. When a component is
+// subsampled, each H×V group of pixels is averaged per channel with integer
+// division and converted in floating point (L = 0.299R + 0.587G + 0.114B +
+// 0.5; Cb = (B − L) / 1.772 and Cr = (R − L) / 1.402, rounded to whole levels).
+// Pixels past the right or bottom edge are those of the last column or row, so
+// partial blocks are padded by replication.
+#include "jpeg/color_converter.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "jpeg/tables.h"
+
+namespace ZJPEG {
+
+namespace {
+
+constexpr int32_t kLevelShift = 128 * 256;  // 32768
+
+// Sample rows of one MCU row are clipped to the last image row.
+inline const uint8_t* RowPointer(const RowMemoryRequester& rows, unsigned firstRow,
+                                 unsigned imageRow, unsigned height) {
+  const unsigned clipped = std::min(imageRow, height - 1);
+  return rows.red + size_t{clipped - firstRow} * rows.rowStride;
+}
+
+// Start of block (blockRow, blockColumn) in a component buffer.
+inline int16_t* BlockAt(int16_t* buffer, uint32_t blocksAcross, unsigned blockRow,
+                        unsigned blockColumn) {
+  return buffer + (size_t{blockRow} * blocksAcross + blockColumn) * 64;
+}
+
+}  // namespace
+
+void ColorConverter::SetGeometry(uint16_t width, uint16_t height, uint32_t mcusAcross,
+                                 int components, const uint8_t* h, const uint8_t* v) {
+  width_ = width;
+  height_ = height;
+  mcusAcross_ = mcusAcross;
+  components_ = components;
+  hMax_ = vMax_ = 1;
+  for (int c = 0; c < components; ++c) {
+    h_[c] = h[c];
+    v_[c] = v[c];
+    hMax_ = std::max(hMax_, h[c]);
+    vMax_ = std::max(vMax_, v[c]);
+  }
+  for (int c = 0; c < components; ++c) {
+    hRatio_[c] = static_cast<uint8_t>(hMax_ / h_[c]);
+    vRatio_[c] = static_cast<uint8_t>(vMax_ / v_[c]);
+  }
+}
+
+// The plain converter leaves the buffers as they are.
+void ColorConverter::ColorCovert(const RowMemoryRequester&, unsigned, unsigned, unsigned,
+                                 int16_t**) {}
+
+void ColorConverterGrey::ColorCovert(const RowMemoryRequester& rows, unsigned firstRow,
+                                     unsigned firstMcu, unsigned mcuStride, int16_t** buffers) {
+  const unsigned h = h_[0], v = v_[0], rh = hRatio_[0], rv = vRatio_[0];
+  const uint32_t blocksAcross = mcusAcross_ * h;
+  const unsigned group = rh * rv;
+  for (unsigned mcu = firstMcu; mcu < mcusAcross_; mcu += mcuStride) {
+    for (unsigned by = 0; by < v; ++by) {
+      for (unsigned bx = 0; bx < h; ++bx) {
+        const unsigned blockColumn = mcu * h + bx;
+        int16_t* out = BlockAt(buffers[0], blocksAcross, by, blockColumn);
+        for (unsigned i = 0; i < 8; ++i) {
+          const unsigned sampleRow = by * 8 + i;
+          for (unsigned j = 0; j < 8; ++j) {
+            const unsigned sampleColumn = blockColumn * 8 + j;
+            unsigned sum = 0;
+            for (unsigned gy = 0; gy < rv; ++gy) {
+              const uint8_t* p =
+                  RowPointer(rows, firstRow, firstRow + sampleRow * rv + gy, height_);
+              for (unsigned gx = 0; gx < rh; ++gx)
+                sum += p[std::min<unsigned>(sampleColumn * rh + gx, width_ - 1u)];
+            }
+            out[i * 8 + j] =
+                static_cast<int16_t>(static_cast<int32_t>(sum / group) * 256 - kLevelShift);
+          }
+        }
+      }
+    }
+  }
+}
+
+ColorConverterRGBInterleave::ColorConverterRGBInterleave(bool rgbOrder, bool extraByte)
+    : step_(extraByte ? 4 : 3),
+      rOff_((rgbOrder ? 0 : 2) + (extraByte ? 1 : 0)),
+      gOff_(1 + (extraByte ? 1 : 0)),
+      bOff_((rgbOrder ? 2 : 0) + (extraByte ? 1 : 0)) {}
+
+void ColorConverterRGBInterleave::ColorCovert(const RowMemoryRequester& rows, unsigned firstRow,
+                                              unsigned firstMcu, unsigned mcuStride,
+                                              int16_t** buffers) {
+  bool full = components_ == 3;
+  for (int c = 0; c < components_; ++c) full = full && h_[c] == 1 && v_[c] == 1;
+  if (full) {
+    Covert1_1_1(rows, firstRow, firstMcu, mcuStride, buffers);
+  } else if (components_ == 3) {
+    CovertFloat(rows, firstRow, firstMcu, mcuStride, buffers);
+  }
+}
+
+void ColorConverterRGBInterleave::Covert1_1_1(const RowMemoryRequester& rows, unsigned firstRow,
+                                              unsigned firstMcu, unsigned mcuStride,
+                                              int16_t** buffers) const {
+  const ColorTables& t = gColorTables;
+  for (unsigned i = 0; i < 8; ++i) {
+    const uint8_t* row = RowPointer(rows, firstRow, firstRow + i, height_);
+    for (unsigned mcu = firstMcu; mcu < mcusAcross_; mcu += mcuStride) {
+      int16_t* y = buffers[0] + size_t{mcu} * 64 + i * 8;
+      int16_t* cb = buffers[1] + size_t{mcu} * 64 + i * 8;
+      int16_t* cr = buffers[2] + size_t{mcu} * 64 + i * 8;
+      const unsigned x0 = mcu * 8;
+      // Columns inside the image; the rest of the block repeats the last one.
+      const unsigned inside = x0 + 8 <= width_ ? 8 : width_ - x0;
+      const uint8_t* p = row + size_t{x0} * step_;
+      for (unsigned j = 0; j < inside; ++j, p += step_) {
+        const uint8_t r = p[rOff_], g = p[gOff_], b = p[bOff_];
+        y[j] = static_cast<int16_t>(t.ry[r] + t.gy[g] + t.by[b] - kLevelShift);
+        cb[j] = static_cast<int16_t>(t.rcb[r] + t.gcb[g] + t.bcb[b]);
+        cr[j] = static_cast<int16_t>(t.rcr[r] + t.gcr[g] + t.bcr[b]);
+      }
+      for (unsigned j = inside; j < 8; ++j) {
+        y[j] = y[inside - 1];
+        cb[j] = cb[inside - 1];
+        cr[j] = cr[inside - 1];
+      }
+    }
+  }
+}
+
+void ColorConverterRGBInterleave::CovertFloat(const RowMemoryRequester& rows, unsigned firstRow,
+                                              unsigned firstMcu, unsigned mcuStride,
+                                              int16_t** buffers) const {
+  for (int c = 0; c < 3; ++c) {
+    const unsigned h = h_[c], v = v_[c], rh = hRatio_[c], rv = vRatio_[c];
+    const uint32_t blocksAcross = mcusAcross_ * h;
+    const unsigned group = rh * rv;
+    for (unsigned mcu = firstMcu; mcu < mcusAcross_; mcu += mcuStride) {
+      for (unsigned by = 0; by < v; ++by) {
+        for (unsigned bx = 0; bx < h; ++bx) {
+          const unsigned blockColumn = mcu * h + bx;
+          int16_t* out = BlockAt(buffers[c], blocksAcross, by, blockColumn);
+          for (unsigned i = 0; i < 8; ++i) {
+            const unsigned sampleRow = by * 8 + i;
+            for (unsigned j = 0; j < 8; ++j) {
+              const unsigned sampleColumn = blockColumn * 8 + j;
+              unsigned sr = 0, sg = 0, sb = 0;
+              for (unsigned gy = 0; gy < rv; ++gy) {
+                const uint8_t* row =
+                    RowPointer(rows, firstRow, firstRow + sampleRow * rv + gy, height_);
+                for (unsigned gx = 0; gx < rh; ++gx) {
+                  const uint8_t* p =
+                      row + size_t{std::min<unsigned>(sampleColumn * rh + gx, width_ - 1u)} * step_;
+                  sr += p[rOff_];
+                  sg += p[gOff_];
+                  sb += p[bOff_];
+                }
+              }
+              const float r = static_cast<float>(sr / group), g = static_cast<float>(sg / group),
+                          b = static_cast<float>(sb / group);
+              const float l = 0.299f * r + 0.587f * g + 0.114f * b + 0.5f;
+              int32_t sample;
+              if (c == 0) {
+                sample = static_cast<int32_t>(l * 256.0f) - kLevelShift;
+              } else if (c == 1) {
+                sample = static_cast<int32_t>(std::lround((b - l) / 1.772f)) * 256;
+              } else {
+                sample = static_cast<int32_t>(std::lround((r - l) / 1.402f)) * 256;
+              }
+              out[i * 8 + j] = static_cast<int16_t>(sample);
+            }
+          }
+        }
+      }
+    }
+  }
+}
+
+}  // namespace ZJPEG

@@ -1,0 +1,357 @@
+// The encoding driver: flags, converter choice, markers and the two passes.
+//
+// Every frame gets Huffman tables built for the image itself. The first pass
+// only counts symbols; by default it looks at every tenth MCU column and then
+// adds one to every symbol a baseline block can produce, so that the blocks it
+// skipped still find a code. The second pass converts, transforms and codes
+// every block. Samples live in buffers of one MCU row, so memory grows with
+// the width only, and nothing is allocated per block.
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <new>
+
+#include "jpeg/color_converter.h"
+#include "jpeg/dct.h"
+#include "jpeg/huffman.h"
+#include "jpeg/tables.h"
+#include "jpeg/zjpeg.h"
+
+namespace ZJPEG {
+
+namespace {
+
+using Desc = EncoderDescription;
+
+constexpr uint8_t kSOI = 0xD8;
+constexpr uint8_t kEOI = 0xD9;
+constexpr uint8_t kAPP14 = 0xEE;
+constexpr uint8_t kDQT = 0xDB;
+constexpr uint8_t kDRI = 0xDD;
+constexpr uint8_t kSOF0 = 0xC0;
+constexpr uint8_t kSOF1 = 0xC1;
+constexpr uint8_t kDHT = 0xC4;
+constexpr uint8_t kSOS = 0xDA;
+constexpr uint8_t kTransformYCbCr = 1;  // APP14 colour transform byte
+constexpr unsigned kSamplingPercent = 10;
+constexpr int kMaxDcCategory = 11;  // DC differences of 8-bit samples
+constexpr int kMaxAcCategory = 10;  // AC coefficients of 8-bit samples
+constexpr size_t kSpareSamples = 32;
+
+struct ScanComponent {
+  uint8_t component = 0;
+  uint8_t dcTable = 0;
+  uint8_t acTable = 0;
+  int16_t predictor = 0;
+};
+
+class Engine {
+ public:
+  Engine(RowMemoryRequester* rows, uint16_t width, uint16_t height, JPEGOutputStream* out,
+         AppDataCallback* appData)
+      : rows_(rows), width_(width), height_(height), out_(out), appData_(appData), bits_(out) {}
+
+  bool Setup(const Desc& desc);
+  void Encode(int dctMethod);
+
+ private:
+  void DumpAppData();
+  void DumpAPPE(uint8_t transform);
+  void DumpDQT(int precision);
+  void DumpSOF(uint8_t code, uint8_t precision);
+  void DumpDHT();
+  void PutHuffmanTable(const FrameHuffman& t, uint8_t tableClass);
+  void DumpSOS();
+
+  void SetScan(bool sharedChromaTables);
+  void CommonEncodeBaseline(unsigned percent);  // percent 0: count every block
+  bool Pass(bool statistics, unsigned mcuStride, bool convert);
+  void GenerateHuffmanTables();
+
+  RowMemoryRequester* rows_;
+  uint16_t width_, height_;
+  JPEGOutputStream* out_;
+  AppDataCallback* appData_;
+  BitPacker bits_;
+
+  uint32_t flags_ = 0;
+  int components_ = 0;
+  uint8_t h_[4] = {}, v_[4] = {}, tq_[4] = {};
+  uint8_t hMax_ = 1, vMax_ = 1;
+  uint32_t mcusAcross_ = 0, mcusDown_ = 0;
+  int tables_ = 0;
+  uint16_t qtable_[4][64] = {};
+  QuantSlot quant_[4];
+  FrameHuffman dc_[4], ac_[4];
+  int scanComponents_ = 0;
+  ScanComponent scan_[4];
+  std::unique_ptr<ColorConverter> converter_;
+  std::unique_ptr<int16_t[]> buffers_[4];
+  int16_t* bufferPtrs_[4] = {};
+  int32_t work_[64] = {};
+};
+
+std::unique_ptr<ColorConverter> MakeConverter(uint32_t flags) {
+  const bool rgbOrder = (flags & Desc::kDescConvA) != 0;
+  if (flags & Desc::kDescGrey)
+    return std::unique_ptr<ColorConverter>(new (std::nothrow) ColorConverterGrey);
+  if ((flags & (Desc::kDescRGB | Desc::kDescRGBAlt)) && !(flags & Desc::kDescPlanar) &&
+      (flags & Desc::kDescInterleaved)) {
+    const bool extraByte = !(flags & Desc::kDescRGB);
+    return std::unique_ptr<ColorConverter>(new (std::nothrow)
+                                               ColorConverterRGBInterleave(rgbOrder, extraByte));
+  }
+  // Planar and CMYK sources are not converted: their samples stay as cleared.
+  return std::unique_ptr<ColorConverter>(new (std::nothrow) ColorConverter);
+}
+
+bool Engine::Setup(const Desc& desc) {
+  flags_ = desc.flags;
+  if (!(flags_ & (Desc::kDescConvA | Desc::kDescConvB))) flags_ |= Desc::kDescConvA;
+  if (flags_ & Desc::kDescProgressive) {
+    flags_ &= ~Desc::kDescSampledStats;
+    flags_ |= Desc::kDescFullStats;
+  }
+  if (!(flags_ & (Desc::kDescSampledStats | Desc::kDescFullStats)))
+    flags_ |= Desc::kDescSampledStats;
+
+  converter_ = MakeConverter(flags_);
+  if (!converter_) return false;
+
+  // The description comes from the caller: keep its numbers inside the
+  // ranges the frame can express.
+  tables_ = std::clamp<int>(desc.tableCount, 1, 4);
+  components_ = std::clamp<int>(desc.componentCount, 1, 4);
+  for (int t = 0; t < tables_; ++t) std::copy_n(desc.quantTables[t], 64, qtable_[t]);
+  for (int c = 0; c < components_; ++c) {
+    h_[c] = static_cast<uint8_t>(std::clamp<int>(desc.components[c].h, 1, 4));
+    v_[c] = static_cast<uint8_t>(std::clamp<int>(desc.components[c].v, 1, 4));
+    tq_[c] = static_cast<uint8_t>(std::min<int>(desc.components[c].tq, tables_ - 1));
+    hMax_ = std::max(hMax_, h_[c]);
+    vMax_ = std::max(vMax_, v_[c]);
+  }
+  mcusAcross_ = (uint32_t{width_} + 8u * hMax_ - 1) / (8u * hMax_);
+  mcusDown_ = (uint32_t{height_} + 8u * vMax_ - 1) / (8u * vMax_);
+  converter_->SetGeometry(width_, height_, mcusAcross_, components_, h_, v_);
+
+  // One MCU row per component, zeroed so that unconverted samples are defined.
+  for (int c = 0; c < components_; ++c) {
+    const size_t samples = size_t{mcusAcross_} * h_[c] * v_[c] * 64 + kSpareSamples;
+    buffers_[c].reset(new (std::nothrow) int16_t[samples]());
+    if (!buffers_[c]) return false;
+    bufferPtrs_[c] = buffers_[c].get();
+  }
+  return true;
+}
+
+void Engine::Encode(int dctMethod) {
+  out_->PutToken(kSOI);
+  DumpAppData();
+  DumpAPPE(kTransformYCbCr);
+  DumpDQT(dctMethod == 0 || dctMethod == 1 ? 1 : 0);
+  // Restart interval 0, written inline: the frame has no restart markers.
+  out_->PutToken(kDRI);
+  out_->Put2Bytes(4);
+  out_->Put2Bytes(0);
+
+  for (int t = 0; t < tables_; ++t) PrepareQuantSlot(quant_[t], qtable_[t]);
+
+  const bool fullStats =
+      (flags_ & Desc::kDescNoColorConvert) || !(flags_ & Desc::kDescSampledStats);
+  // Progressive scans are not produced; such requests get the baseline frame
+  // with statistics from every block.
+  if (flags_ & (Desc::kDescBaseline | Desc::kDescProgressive)) {
+    DumpSOF(kSOF0, 8);
+    SetScan(true);
+    CommonEncodeBaseline(fullStats ? 0 : kSamplingPercent);
+  } else {
+    DumpSOF(kSOF1, 8);
+    SetScan(false);
+    CommonEncodeBaseline(0);
+  }
+
+  bits_.Flush();
+  out_->PutToken(kEOI);
+}
+
+void Engine::SetScan(bool sharedChromaTables) {
+  scanComponents_ = components_;
+  for (int i = 0; i < components_; ++i) {
+    const uint8_t table = sharedChromaTables ? (i == 0 ? 0 : 1) : static_cast<uint8_t>(i);
+    scan_[i] = {static_cast<uint8_t>(i), table, table, 0};
+  }
+}
+
+void Engine::CommonEncodeBaseline(unsigned percent) {
+  // Every s-th MCU column is counted: s = (percent + 99) / percent, 10 for 10 %.
+  const unsigned stride = percent ? (percent + 99) / percent : 1;
+  const bool convert = !(flags_ & Desc::kDescNoColorConvert);
+  for (int i = 0; i < scanComponents_; ++i) scan_[i].predictor = 0;
+  if (!Pass(true, stride, convert)) return;
+
+  if (percent) {
+    for (int t = 0; t < 4; ++t) {
+      for (int s = 0; s <= kMaxDcCategory; ++s) ++dc_[t].frequency[s];
+      for (int run = 0; run < 16; ++run) {
+        for (int size = 1; size <= kMaxAcCategory; ++size) ++ac_[t].frequency[(run << 4) | size];
+      }
+      ++ac_[t].frequency[0x00];  // EOB
+      ++ac_[t].frequency[0xF0];  // ZRL
+    }
+  }
+  for (int i = 0; i < scanComponents_; ++i) {
+    dc_[scan_[i].dcTable].inUse = 1;
+    ac_[scan_[i].acTable].inUse = 1;
+  }
+  GenerateHuffmanTables();
+  DumpDHT();
+  DumpSOS();
+
+  for (int i = 0; i < scanComponents_; ++i) scan_[i].predictor = 0;
+  Pass(false, 1, true);
+}
+
+bool Engine::Pass(bool statistics, unsigned mcuStride, bool convert) {
+  const unsigned rowsPerMcu = 8u * vMax_;
+  for (uint32_t y = 0; y < height_; y += rowsPerMcu) {
+    rows_->firstRowWanted = static_cast<uint16_t>(y);
+    rows_->rowsWanted = static_cast<uint16_t>(rowsPerMcu);
+    if (!rows_->Request() || rows_->red == nullptr) return false;
+    if (convert) converter_->ColorCovert(*rows_, y, 0, mcuStride, bufferPtrs_);
+    for (uint32_t mcu = 0; mcu < mcusAcross_; mcu += mcuStride) {
+      for (int i = 0; i < scanComponents_; ++i) {
+        ScanComponent& sc = scan_[i];
+        const int c = sc.component;
+        const uint32_t blocksAcross = mcusAcross_ * h_[c];
+        for (unsigned by = 0; by < v_[c]; ++by) {
+          for (unsigned bx = 0; bx < h_[c]; ++bx) {
+            int16_t* block =
+                bufferPtrs_[c] + (size_t{by} * blocksAcross + size_t{mcu} * h_[c] + bx) * 64;
+            DCTInteger(block, quant_[tq_[c]], work_);
+            if (statistics) {
+              AddBlockToHuffman(block, sc.predictor, dc_[sc.dcTable], ac_[sc.acTable]);
+            } else {
+              bits_.OutputOneDCT(block, sc.predictor, dc_[sc.dcTable], ac_[sc.acTable]);
+            }
+          }
+        }
+      }
+    }
+  }
+  return true;
+}
+
+void Engine::GenerateHuffmanTables() {
+  for (auto& t : dc_) {
+    if (t.inUse) t.Generate();
+  }
+  for (auto& t : ac_) {
+    if (t.inUse) t.Generate();
+  }
+}
+
+void Engine::DumpAppData() {
+  if (appData_ == nullptr) return;
+  if (appData_->HasRawPrefix() && appData_->rawPrefix) {
+    out_->DumpBuffer();
+    out_->DumpBytes(const_cast<uint8_t*>(appData_->rawPrefix), appData_->rawPrefixLength);
+  }
+  while (appData_->NextSegment()) {
+    out_->PutToken(static_cast<uint8_t>((appData_->appIndex - 32) & 0xFF));  // 0xE0 + n
+    out_->Put2Bytes(static_cast<uint16_t>(appData_->segmentLength + 2));
+    if (appData_->segmentData) {
+      out_->DumpBuffer();
+      out_->DumpBytes(const_cast<uint8_t*>(appData_->segmentData), appData_->segmentLength);
+    }
+  }
+}
+
+void Engine::DumpAPPE(uint8_t transform) {
+  static constexpr uint8_t kBody[] = {'K', 'e', 'l', 't', 'o', 0x00, 100, 0xC0, 0x00, 0x00, 0x00};
+  out_->PutToken(kAPP14);
+  out_->Put2Bytes(14);  // 2 + 11 + transform
+  for (uint8_t b : kBody) out_->PutByte(b);
+  out_->PutByte(transform);
+}
+
+void Engine::DumpDQT(int precision) {
+  out_->PutToken(kDQT);
+  out_->Put2Bytes(static_cast<uint16_t>(2 + tables_ * (precision ? 129 : 65)));
+  for (int t = 0; t < tables_; ++t) {
+    out_->PutByte(static_cast<uint8_t>((precision << 4) | t));
+    for (int k = 0; k < 64; ++k) {
+      const uint16_t q = qtable_[t][kZigzag[k]];
+      if (precision) {
+        out_->Put2Bytes(q);
+      } else {
+        out_->PutByte(static_cast<uint8_t>(q));
+      }
+    }
+  }
+}
+
+void Engine::DumpSOF(uint8_t code, uint8_t precision) {
+  out_->PutToken(code);
+  out_->Put2Bytes(static_cast<uint16_t>(8 + 3 * components_));
+  out_->PutByte(precision);
+  out_->Put2Bytes(height_);
+  out_->Put2Bytes(width_);
+  out_->PutByte(static_cast<uint8_t>(components_));
+  for (int c = 0; c < components_; ++c) {
+    out_->PutByte(static_cast<uint8_t>(c));  // identifiers count from 0
+    out_->PutByte(static_cast<uint8_t>((h_[c] << 4) | v_[c]));
+    out_->PutByte(tq_[c]);
+  }
+}
+
+void Engine::PutHuffmanTable(const FrameHuffman& t, uint8_t tableClass) {
+  out_->PutByte(tableClass);
+  for (int length = 1; length <= 16; ++length) out_->PutByte(static_cast<uint8_t>(t.bits[length]));
+  for (int k = 0; k < t.last; ++k) out_->PutByte(t.values[k]);
+}
+
+void Engine::DumpDHT() {
+  uint32_t length = 2;
+  for (const auto* set : {dc_, ac_}) {
+    for (int slot = 0; slot < 4; ++slot) {
+      if (set[slot].inUse) length += 17 + set[slot].last;
+    }
+  }
+  out_->PutToken(kDHT);
+  out_->Put2Bytes(static_cast<uint16_t>(length));
+  for (int slot = 0; slot < 4; ++slot) {
+    if (dc_[slot].inUse) PutHuffmanTable(dc_[slot], static_cast<uint8_t>(slot));
+  }
+  for (int slot = 0; slot < 4; ++slot) {
+    if (ac_[slot].inUse) PutHuffmanTable(ac_[slot], static_cast<uint8_t>(0x10 | slot));
+  }
+}
+
+void Engine::DumpSOS() {
+  out_->PutToken(kSOS);
+  out_->Put2Bytes(static_cast<uint16_t>(6 + 2 * scanComponents_));
+  out_->PutByte(static_cast<uint8_t>(scanComponents_));
+  for (int i = 0; i < scanComponents_; ++i) {
+    out_->PutByte(scan_[i].component);
+    out_->PutByte(static_cast<uint8_t>((scan_[i].dcTable << 4) | scan_[i].acTable));
+  }
+  out_->PutByte(0);   // Ss
+  out_->PutByte(63);  // Se
+  out_->PutByte(0);   // Ah, Al
+}
+
+}  // namespace
+
+JPEGEncoder::JPEGEncoder(RowMemoryRequester* rows, uint16_t width, uint16_t height)
+    : rows_(rows), width_(width), height_(height) {}
+
+uint32_t JPEGEncoder::EncodeImage(JPEGOutputStream* out, const EncoderDescription& desc,
+                                  AppDataCallback* appData, int /*colorMethod*/, int dctMethod) {
+  if (out == nullptr || rows_ == nullptr) return 0;
+  std::unique_ptr<Engine> engine(new (std::nothrow) Engine(rows_, width_, height_, out, appData));
+  if (!engine || !engine->Setup(desc)) return 0;  // nothing written
+  engine->Encode(dctMethod);
+  return 0;
+}
+
+}  // namespace ZJPEG

@@ -1,0 +1,270 @@
+// Huffman table construction (the Annex K procedure of the JPEG standard) and
+// entropy coding.
+//
+// Code lengths come from repeatedly merging the two least frequent entries;
+// ties go to the higher symbol number. Symbol 256 is reserved with a count of
+// 1 so that it takes the longest code: dropping it afterwards guarantees that
+// no real code is all one bits. Lengths above 16 are then folded down pairwise
+// (adjust_bits) while the symbol order stays that of the unlimited lengths.
+// Codes are canonical. The packer holds bits left-aligned, writes whole 32-bit
+// words and stuffs a 0x00 after every 0xFF byte of the scan.
+#include "jpeg/huffman.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace ZJPEG {
+
+namespace {
+
+constexpr int kReserved = 256;
+constexpr uint8_t kZRL = 0xF0;
+constexpr uint8_t kEOB = 0x00;
+// Worst-case bytes of one coded block are far above this; the word writer
+// re-checks, so the headroom only decides when the buffer is handed over.
+constexpr uint32_t kBlockHeadroom = 128;
+
+struct CategoryTables {
+  uint8_t lo[256];  // bit count of 0…255
+  uint8_t hi[256];  // bit count of (m >> 8) + 8, for m ≥ 256
+};
+
+constexpr CategoryTables BuildCategories() {
+  CategoryTables t{};
+  for (int i = 0; i < 256; ++i) {
+    int n = 0;
+    for (int v = i; v; v >>= 1) ++n;
+    t.lo[i] = static_cast<uint8_t>(n);
+    t.hi[i] = static_cast<uint8_t>(i ? n + 8 : 0);
+  }
+  return t;
+}
+
+constexpr CategoryTables kSiz = BuildCategories();
+
+// Low `size` bits of a coefficient as JPEG codes it: negative values as v − 1.
+inline uint32_t ValueBits(int32_t v, uint32_t size) {
+  const uint32_t bits = static_cast<uint32_t>(v < 0 ? v - 1 : v);
+  return bits & ((uint32_t{1} << size) - 1);
+}
+
+inline bool HasFFByte(uint32_t w) {
+  const uint32_t x = ~w;  // a 0xFF byte of w is a zero byte of x
+  return ((x - 0x01010101u) & ~x & 0x80808080u) != 0;
+}
+
+}  // namespace
+
+uint8_t Category(uint32_t magnitude) {
+  return magnitude < 256 ? kSiz.lo[magnitude] : kSiz.hi[(magnitude >> 8) & 0xFF];
+}
+
+void FrameHuffman::code_size() {
+  // Merged counts are kept in 64 bits: the sum of a large image's counts can
+  // pass 2^32. Trees deeper than 32 (only from adversarial counts) are rebuilt
+  // from halved counts so that every length fits the 33-entry `bits`.
+  uint64_t scale = 0;
+  for (;;) {
+    uint64_t freq[257];
+    int sizes[257] = {};
+    for (int i = 0; i < 257; ++i) {
+      freq[i] = frequency[i] ? std::max<uint64_t>(1, uint64_t{frequency[i]} >> scale) : 0;
+      others[i] = -1;
+    }
+    for (;;) {
+      int c1 = -1, c2 = -1;
+      uint64_t v = UINT64_MAX;
+      for (int i = 0; i < 257; ++i) {
+        if (freq[i] && freq[i] <= v) v = freq[i], c1 = i;
+      }
+      v = UINT64_MAX;
+      for (int i = 0; i < 257; ++i) {
+        if (freq[i] && freq[i] <= v && i != c1) v = freq[i], c2 = i;
+      }
+      if (c2 < 0) break;
+      freq[c1] += freq[c2];
+      freq[c2] = 0;
+      ++sizes[c1];
+      while (others[c1] >= 0) ++sizes[c1 = others[c1]];
+      others[c1] = static_cast<int16_t>(c2);
+      ++sizes[c2];
+      while (others[c2] >= 0) ++sizes[c2 = others[c2]];
+    }
+    bool fits = true;
+    for (int i = 0; i < 257; ++i) fits = fits && sizes[i] <= 32;
+    if (fits) {
+      for (int i = 0; i < 257; ++i) codeSize[i] = static_cast<uint8_t>(sizes[i]);
+      return;
+    }
+    ++scale;
+  }
+}
+
+void FrameHuffman::count_bits() {
+  for (auto& b : bits) b = 0;
+  for (int i = 0; i < 257; ++i) {
+    if (codeSize[i]) ++bits[codeSize[i]];
+  }
+}
+
+void FrameHuffman::adjust_bits() {
+  for (int i = 32; i > 16; --i) {
+    while (bits[i] > 0) {
+      int j = i - 2;
+      while (j > 0 && bits[j] == 0) --j;
+      if (j == 0) break;  // not a complete tree: nothing to fold into
+      bits[i] -= 2;
+      bits[i - 1] += 1;
+      bits[j + 1] += 2;
+      bits[j] -= 1;
+    }
+  }
+  int i = 16;
+  while (i > 0 && bits[i] == 0) --i;
+  if (i > 0) --bits[i];  // the reserved symbol's code
+}
+
+void FrameHuffman::sort_input() {
+  int p = 0;
+  for (int length = 1; length <= 32; ++length) {
+    for (int s = 0; s < 256; ++s) {
+      if (codeSize[s] == length) values[p++] = static_cast<uint8_t>(s);
+    }
+  }
+}
+
+void FrameHuffman::generate_size_table() {
+  int k = 0;
+  for (int length = 1; length <= 16; ++length) {
+    for (int n = 0; n < bits[length] && k < 256; ++n) sizeList[k++] = static_cast<uint8_t>(length);
+  }
+  sizeList[k] = 0;
+  last = static_cast<uint16_t>(k);
+}
+
+void FrameHuffman::generate_code_table() {
+  int k = 0;
+  uint32_t code = 0;
+  uint32_t size = sizeList[0];
+  while (sizeList[k]) {
+    while (sizeList[k] == size) codeList[k++] = static_cast<uint16_t>(code++);
+    code <<= 1;
+    ++size;
+  }
+}
+
+void FrameHuffman::order_codes() {
+  for (auto& l : lengthBySymbol) l = 0;
+  for (int k = 0; k < last; ++k) {
+    codeBySymbol[values[k]] = codeList[k];
+    lengthBySymbol[values[k]] = sizeList[k];
+  }
+}
+
+void FrameHuffman::Generate() {
+  code_size();
+  count_bits();
+  adjust_bits();
+  sort_input();
+  generate_size_table();
+  generate_code_table();
+  order_codes();
+}
+
+void AddBlockToHuffman(const int16_t* block, int16_t& predictor, FrameHuffman& dc,
+                       FrameHuffman& ac) {
+  const int32_t diff = block[0] - predictor;
+  predictor = block[0];
+  ++dc.frequency[Category(static_cast<uint32_t>(std::abs(diff)))];
+  int run = 0;
+  for (int k = 1; k < 64; ++k) {
+    const int32_t v = block[k];
+    if (v == 0) {
+      ++run;
+      continue;
+    }
+    for (; run >= 16; run -= 16) ++ac.frequency[kZRL];
+    ++ac.frequency[((run << 4) | Category(static_cast<uint32_t>(std::abs(v)))) & 0xFF];
+    run = 0;
+  }
+  if (run > 0) ++ac.frequency[kEOB];
+}
+
+void BitPacker::OutputOneDCT(const int16_t* block, int16_t& predictor, const FrameHuffman& dc,
+                             const FrameHuffman& ac) {
+  if (out_->capacity - out_->count < kBlockHeadroom) out_->DumpBuffer();
+
+  const int32_t diff = block[0] - predictor;
+  predictor = block[0];
+  const uint32_t dcSize = Category(static_cast<uint32_t>(std::abs(diff)));
+  Put(dc.codeBySymbol[dcSize], dc.lengthBySymbol[dcSize]);
+  Put(ValueBits(diff, dcSize), dcSize);
+
+  int run = 0;
+  for (int k = 1; k < 64; ++k) {
+    const int32_t v = block[k];
+    if (v == 0) {
+      ++run;
+      continue;
+    }
+    for (; run >= 16; run -= 16) Put(ac.codeBySymbol[kZRL], ac.lengthBySymbol[kZRL]);
+    const uint32_t size = Category(static_cast<uint32_t>(std::abs(v)));
+    const uint32_t symbol = ((run << 4) | size) & 0xFF;
+    const uint32_t length = ac.lengthBySymbol[symbol];
+    Put((uint32_t{ac.codeBySymbol[symbol]} << size) | ValueBits(v, size), length + size);
+    run = 0;
+  }
+  if (run > 0) Put(ac.codeBySymbol[kEOB], ac.lengthBySymbol[kEOB]);
+}
+
+void BitPacker::Put(uint32_t code, uint32_t length) {
+  if (length == 0) return;
+  acc_ |= uint64_t{code} << (64 - held_ - length);
+  held_ += length;
+  if (held_ >= 32) {
+    WriteWord(static_cast<uint32_t>(acc_ >> 32));
+    acc_ <<= 32;
+    held_ -= 32;
+  }
+}
+
+void BitPacker::WriteWord(uint32_t w) {
+  JPEGOutputStream& s = *out_;
+  if (s.capacity - s.count >= 8) {
+    uint8_t* p = s.buffer + s.count;
+    if (!HasFFByte(w)) {
+      p[0] = static_cast<uint8_t>(w >> 24);
+      p[1] = static_cast<uint8_t>(w >> 16);
+      p[2] = static_cast<uint8_t>(w >> 8);
+      p[3] = static_cast<uint8_t>(w);
+      s.count += 4;
+      return;
+    }
+    for (int shift = 24; shift >= 0; shift -= 8) {
+      const uint8_t b = static_cast<uint8_t>(w >> shift);
+      *p++ = b;
+      if (b == 0xFF) *p++ = 0;
+    }
+    s.count = static_cast<uint32_t>(p - s.buffer);
+    return;
+  }
+  for (int shift = 24; shift >= 0; shift -= 8) WriteByte(static_cast<uint8_t>(w >> shift));
+}
+
+void BitPacker::WriteByte(uint8_t b) {
+  out_->PutByte(b);
+  if (b == 0xFF) out_->PutByte(0);
+}
+
+void BitPacker::Flush() {
+  while (held_ >= 8) {
+    WriteByte(static_cast<uint8_t>(acc_ >> 56));
+    acc_ <<= 8;
+    held_ -= 8;
+  }
+  if (held_ > 0) WriteByte(static_cast<uint8_t>(acc_ >> 56));  // zero bits below
+  acc_ = 0;
+  held_ = 0;
+}
+
+}  // namespace ZJPEG

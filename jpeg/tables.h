@@ -1,0 +1,36 @@
+// Constant and start-up tables shared by the encoder stages.
+#ifndef QL_JPEG_TABLES_H
+#define QL_JPEG_TABLES_H
+
+#include <cstdint>
+
+namespace ZJPEG {
+
+// Natural (row-major) position of each zigzag index, and the inverse.
+extern const uint8_t kZigzag[64];
+extern const uint8_t kInvZigzag[64];
+
+// Quantisation rows by PixmereQuality 0..12, natural order.
+struct QualityRows {
+  uint16_t rows[13][64];
+};
+extern const QualityRows kLuminanceQPS;
+extern const QualityRows kChrominanceQPS;
+// Annex K example tables, natural order.
+extern const uint16_t (&kAnnexKLuminance)[64];
+extern const uint16_t (&kAnnexKChrominance)[64];
+// Nonzero where the quality subsamples chroma 4:2:0.
+extern const uint8_t k2to1s[13];
+
+// Integer colour tables, i × factor for i = 0..255, filled by
+// InitializeJPEGEncoder() (and by static initialisation).
+struct ColorTables {
+  int32_t ry[256], gy[256], by[256];
+  int32_t rcb[256], gcb[256], bcb[256];
+  int32_t rcr[256], gcr[256], bcr[256];
+};
+extern ColorTables gColorTables;
+
+}  // namespace ZJPEG
+
+#endif  // QL_JPEG_TABLES_H

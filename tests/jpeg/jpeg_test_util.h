@@ -1,0 +1,41 @@
+// Helpers shared by the encoder tests: in-memory encoding and a strict
+// reference decode.
+#ifndef QL_TESTS_JPEG_JPEG_TEST_UTIL_H
+#define QL_TESTS_JPEG_JPEG_TEST_UTIL_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "jpeg/zjpeg.h"
+
+namespace jpegtest {
+
+class StringStream : public ZJPEG::JPEGOutputStream {
+ public:
+  StringStream() = default;
+  StringStream(void* buffer, uint32_t size) : JPEGOutputStream(buffer, size) {}
+  ~StringStream() override { StringStream::DumpBuffer(); }
+  void DumpBuffer() override {
+    bytes.append(reinterpret_cast<const char*>(buffer), count);
+    count = 0;
+  }
+  void DumpBytes(void* p, unsigned n) override { bytes.append(static_cast<const char*>(p), n); }
+  std::string bytes;
+};
+
+struct Rgb {
+  int width = 0, height = 0;
+  std::vector<uint8_t> pixels;  // width × 3 bytes per row
+};
+
+Rgb NoiseImage(int width, int height, uint32_t seed);
+// Encodes with the plug-in's settings except the quality.
+std::string Encode(const Rgb& img, int quality, uint32_t flags = 0x112, int dctMethod = 4);
+// Decodes with the reference library; warnings count as failures.
+bool Decode(const std::string& jpeg, Rgb& out, std::string& error);
+double Psnr(const Rgb& a, const Rgb& b);
+
+}  // namespace jpegtest
+
+#endif  // QL_TESTS_JPEG_JPEG_TEST_UTIL_H
