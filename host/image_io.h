@@ -1,0 +1,21 @@
+// 8-bit RGB images in and out of PNG and binary PPM files, chosen by the
+// file name's extension.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace pxhost {
+
+struct RgbImage {
+  int32_t width = 0;
+  int32_t height = 0;
+  std::vector<uint8_t> pixels;  // rows top to bottom, R G B per pixel
+};
+
+// Returns an empty string on success, else a message.
+std::string WriteImage(const std::string& path, const RgbImage& image);
+std::string ReadImage(const std::string& path, RgbImage* image);
+
+}  // namespace pxhost

@@ -1,0 +1,78 @@
+// ql7embed: makes a PostScript or PDF page that carries a "%QL7_Thumbnail:"
+// preview of an image.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "host/image_io.h"
+#include "tools/ql7embed/ql7_writer.h"
+
+namespace {
+
+const char kUsage[] =
+    "usage: ql7embed IN.png|IN.ppm OUT.ps|OUT.pdf [--bits 8|24] [--rle]\n"
+    "                [--xmp-format TEXT] [--xmp-thumbnail]\n"
+    "\n"
+    "  --bits 8         colour table of 256 entries and one code per pixel (default)\n"
+    "  --bits 24        three bytes per pixel\n"
+    "  --rle            run-length code the pixel codes (FD count value; FD FD literal)\n"
+    "  --xmp-format T   (PDF) write XMP metadata whose xmp:Format is T\n"
+    "  --xmp-thumbnail  (PDF) write XMP metadata with a JPEG xmp:Thumbnails item\n"
+    "\n"
+    "The output is PDF when OUT ends in .pdf, PostScript otherwise. The preview holds\n"
+    "at most 128 x 128 pixels for the host to show it.\n";
+
+int Usage(const char* message) {
+  std::fprintf(stderr, "ql7embed: %s\ntry 'ql7embed --help'\n", message);
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  ql7::Options options;
+  std::string in, out;
+  for (int k = 1; k < argc; ++k) {
+    std::string a = argv[k];
+    if (a == "--help" || a == "-h") {
+      std::fputs(kUsage, stdout);
+      return 0;
+    } else if (a == "--bits" && k + 1 < argc) {
+      options.bitsPerPixel = std::atoi(argv[++k]);
+      if (options.bitsPerPixel != 8 && options.bitsPerPixel != 24)
+        return Usage("--bits is 8 or 24");
+    } else if (a == "--rle") {
+      options.runLength = true;
+    } else if (a == "--xmp-format" && k + 1 < argc) {
+      options.xmpFormat = argv[++k];
+    } else if (a == "--xmp-thumbnail") {
+      options.xmpJpegThumbnail = true;
+    } else if (!a.empty() && a[0] == '-') {
+      return Usage(("unknown option " + a).c_str());
+    } else if (in.empty()) {
+      in = a;
+    } else if (out.empty()) {
+      out = a;
+    } else {
+      return Usage("too many arguments");
+    }
+  }
+  if (out.empty()) return Usage("expected IN and OUT");
+  options.pdf = out.size() > 4 && out.compare(out.size() - 4, 4, ".pdf") == 0;
+  if (!options.pdf && (!options.xmpFormat.empty() || options.xmpJpegThumbnail))
+    return Usage("XMP metadata is written into PDF files only");
+
+  pxhost::RgbImage image;
+  std::string err = pxhost::ReadImage(in, &image);
+  if (!err.empty()) return Usage(err.c_str());
+  std::string file = ql7::VectorFile(image, options);
+
+  FILE* f = std::fopen(out.c_str(), "wb");
+  if (f == nullptr || std::fwrite(file.data(), 1, file.size(), f) != file.size()) {
+    if (f != nullptr) std::fclose(f);
+    return Usage(("cannot write " + out).c_str());
+  }
+  std::fclose(f);
+  return 0;
+}

@@ -1,0 +1,247 @@
+// Swatch thumbnail pages.
+//
+// Layout: chips of one group touch side by side; a row that would pass the
+// right edge starts again at the left, 31 pixels lower for the ungrouped list
+// and 34 for a real group; groups are separated by a 3-pixel gap (34 = 31 +
+// 3); a chip that would pass the bottom closes the page at 283 x 283 and
+// starts the next at the top left. The last page is cut to what it uses.
+//
+// Colour: RGB chips blend toward white with the tint; gray, Lab and CMYK go
+// through the host's colour engine to display RGB and darken toward black
+// with the tint. On a little-endian machine red and blue of every chip pixel
+// are exchanged; both asymmetries are part of how the pages have always
+// looked and are kept.
+#include "xmp/thumbnail_pages.h"
+
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "sdk/host_types.h"
+#include "swatchbook/kelto_swatchbook.h"
+#include "xmp/host_binding.h"
+#include "xmp/toolkit.h"
+
+namespace {
+
+constexpr int32_t kGroupGap = 34;  // one chip plus 3 pixels
+constexpr int32_t kRowGapGrouped = 3;
+constexpr uint32_t kFlagsRGBInterleavedBaseline = 0x112;
+constexpr int kBestQuality = 12;
+constexpr int kDCTMethodInteger = 4;
+
+// A channel value as the page keeps it: the low 8 bits of a 16-bit integer
+// made by truncation. Values far out of range (a corrupt tint) saturate
+// before the truncation instead of overflowing it.
+uint8_t ChannelByte(double v) {
+  if (!(v == v)) return 0;
+  if (v > 32767.0) v = 32767.0;
+  if (v < -32768.0) v = -32768.0;
+  return uint8_t(uint16_t(int16_t(v)));
+}
+
+struct Rgb {
+  uint8_t r, g, b;
+};
+
+// Converts one colour to display RGB through the host colour engine. The
+// engine's float output is not clipped, so it is clamped here.
+bool ConvertToDisplay(KeltoSwatchbook::ColorSpace space, const double* v, float out[3]) {
+  float in[4] = {float(v[0]), float(v[1]), float(v[2]), float(v[3])};
+  void* rgbProfile = CTinct::ProfileFromCode(pixmere::FourCC("mRGB"));
+  void* srcProfile = nullptr;
+  if (space == KeltoSwatchbook::kColorSpaceGray)
+    srcProfile = CTinct::ProfileFromCode(pixmere::FourCC("sGra"));
+  if (space == KeltoSwatchbook::kColorSpaceLAB)
+    srcProfile = CTinct::ProfileFromCode(pixmere::FourCC("LD50"));
+  bool ok = false;
+  {
+    CGravenColorProfile dstContainer(rgbProfile, 1, 0, false);
+    CGravenColorSpace destination(rgbProfile, false, false, false, false, false);
+    CGravenColorConvertOptions options;
+    const CGravenColorConvertOptions& constOptions = options;
+    if (space == KeltoSwatchbook::kColorSpaceCMYK) {
+      CGravenColorSpace source(CGravenColorSpace::kFamilyCMYK, false, true, false, false, false);
+      ok = source.ConvertOneColor(destination, in, out, constOptions, 0, 0, 0);
+    } else {
+      CGravenColorProfile srcContainer(srcProfile, 1, 0, false);
+      CGravenColorSpace source(srcProfile, false, false, false, false, false);
+      ok = source.ConvertOneColor(destination, in, out, constOptions, 0, 0, 0);
+    }
+  }
+  if (srcProfile != nullptr) CTinct::UnReferenceProfile(srcProfile);
+  CTinct::UnReferenceProfile(rgbProfile);
+  for (int c = 0; c < 3; ++c) out[c] = std::fmin(std::fmax(out[c], 0.0f), 1.0f);
+  return ok;
+}
+
+Rgb ChipColour(KeltoSwatchbook::ColorSpace space, const double* v, double tint) {
+  double k = 1.0 - tint;
+  if (space == KeltoSwatchbook::kColorSpaceRGB) {
+    auto blend = [&](double value) {
+      double c = std::trunc(value * 255.0);
+      return ChannelByte(k * (c - 255.0) + 255.0);
+    };
+    return {blend(v[0]), blend(v[1]), blend(v[2])};
+  }
+  float out[3] = {0, 0, 0};
+  ConvertToDisplay(space, v, out);
+  return {ChannelByte(k * out[0] * 255.0), ChannelByte(k * out[1] * 255.0),
+          ChannelByte(k * out[2] * 255.0)};
+}
+
+bool Supported(KeltoSwatchbook::ColorSpace space) {
+  return space == KeltoSwatchbook::kColorSpaceGray || space == KeltoSwatchbook::kColorSpaceRGB ||
+         space == KeltoSwatchbook::kColorSpaceCMYK || space == KeltoSwatchbook::kColorSpaceLAB;
+}
+
+class PageWriter {
+ public:
+  PageWriter(xmptk::XMPMeta& meta) : meta_(meta), raster_(size_t(kPagePitch) * kPageSide) {
+    xmpNS_ = xmptk::NamespaceURI("xmp");
+    tpgNS_ = xmptk::NamespaceURI("xmpTPg");
+    imgNS_ = xmptk::NamespaceURI("xmpGImg");
+    swapRedBlue_ = std::endian::native == std::endian::little;
+    Clear();
+    meta_.AppendArrayItem(xmpNS_, "PageInfo", xmptk::kXMP_PropArrayIsOrdered, nullptr,
+                          xmptk::kXMP_PropValueIsStruct);
+  }
+
+  void Clear() { std::memset(raster_.data(), 0xFF, raster_.size()); }
+
+  void DrawChip(int32_t x, int32_t y, Rgb colour) {
+    Rgb stored = swapRedBlue_ ? Rgb{colour.b, colour.g, colour.r} : colour;
+    for (int32_t row = 0; row < kChipSide; ++row) {
+      unsigned char* p = raster_.data() + size_t(y + row) * kPagePitch + size_t(x) * 3;
+      for (int32_t col = 0; col < kChipSide; ++col, p += 3) {
+        bool ring = row == 0 || col == 0 || row == kChipSide - 1 || col == kChipSide - 1;
+        Rgb c = ring ? Rgb{0, 0, 0} : stored;
+        p[0] = c.r;
+        p[1] = c.g;
+        p[2] = c.b;
+      }
+    }
+  }
+
+  // Writes the page as xmp:PageInfo[n]. Only the first item is appended;
+  // writing the fields of item n, one past the last, adds it.
+  void Write(int32_t n, int32_t width, int32_t height) {
+    std::string jpeg;
+    Convert2JPEG(raster_.data(), jpeg, uint16_t(width), uint16_t(height));
+    std::string base64;
+    xmptk::XMPUtils::EncodeToBase64(jpeg.data(), uint32_t(jpeg.size()), &base64);
+    std::string item;
+    xmptk::XMPUtils::ComposeArrayItemPath(xmpNS_, "PageInfo", n, &item);
+    auto field = [&](const char* ns, const char* name) {
+      std::string path;
+      xmptk::XMPUtils::ComposeStructFieldPath(xmpNS_, item.c_str(), ns, name, &path);
+      return path;
+    };
+    meta_.SetProperty_Int(xmpNS_, field(tpgNS_, "PageNumber").c_str(), n);
+    meta_.SetProperty_Int(xmpNS_, field(imgNS_, "width").c_str(), width);
+    meta_.SetProperty_Int(xmpNS_, field(imgNS_, "height").c_str(), height);
+    meta_.SetProperty(xmpNS_, field(imgNS_, "format").c_str(), "JPEG");
+    meta_.SetProperty(xmpNS_, field(imgNS_, "image").c_str(), base64.c_str());
+  }
+
+ private:
+  xmptk::XMPMeta& meta_;
+  std::vector<unsigned char> raster_;
+  const char* xmpNS_;
+  const char* tpgNS_;
+  const char* imgNS_;
+  bool swapRedBlue_;
+};
+
+}  // namespace
+
+PJPEGOutputStream::~PJPEGOutputStream() {
+  DumpBuffer();
+}
+
+void PJPEGOutputStream::DumpBuffer() {
+  if (count == 0) return;
+  bytes_.append(reinterpret_cast<const char*>(buffer), count);
+  count = 0;
+}
+
+void PJPEGOutputStream::DumpBytes(void* bytes, unsigned int n) {
+  if (n > 0) bytes_.append(static_cast<const char*>(bytes), n);
+}
+
+ImageRowMemoryRequester::ImageRowMemoryRequester(unsigned char* rgb) : rgb_(rgb) {}
+
+int ImageRowMemoryRequester::Request() {
+  unsigned char* first = rgb_ + size_t(firstRowWanted) * kPagePitch;
+  rowStride = kPagePitch;
+  red = first;
+  green = first + 1;
+  blue = first + 2;
+  return 1;
+}
+
+void Convert2JPEG(unsigned char* rgb, std::string& jpeg, unsigned short width,
+                  unsigned short height) {
+  jpeg.clear();
+  ZJPEG::EncoderDescription description;
+  description.flags = kFlagsRGBInterleavedBaseline;
+  description.PixmereQuality(kBestQuality);
+  ImageRowMemoryRequester requester(rgb);
+  PJPEGOutputStream stream;
+  {
+    ZJPEG::JPEGEncoder encoder(&requester, width, height);
+    encoder.EncodeImage(&stream, description, nullptr, 0, kDCTMethodInteger);
+  }
+  stream.DumpBuffer();
+  jpeg = stream.Bytes();
+}
+
+void WriteThumbnailPages(KeltoSwatchbook& book, xmptk::XMPMeta& meta) {
+  PageWriter pages(meta);
+  int32_t x = 0, y = 0, n = 1;
+  int32_t unused = 0;
+  int32_t groups = book.CountSwatchGroups(unused);
+  for (int32_t g = 0; g < groups; ++g) {
+    book.SetActiveSwatchGroup(g);
+    bool ungrouped = book.IsUngrouped(g) != 0;
+    int32_t swatches = book.CountSwatchesInActiveGroup();
+    for (int32_t s = 0; s < swatches; ++s) {
+      int32_t format = book.GetBestFormat(s, book.GetSwatchColorSpace(s));
+      KeltoSwatchbook::ColorSpace space = book.GetFormatColorSpace(format);
+      if (!Supported(space)) continue;
+      if (y + kChipSide > kPageSide) {
+        pages.Write(n++, kPageSide, kPageSide);
+        pages.Clear();
+        x = y = 0;
+      }
+      double values[4] = {0, 0, 0, 0};
+      book.GetColorValues(s, format, values);
+      uint32_t flag = 0;
+      pages.DrawChip(x, y, ChipColour(space, values, book.GetSwatchTint(s, flag)));
+      if (s != swatches - 1) {
+        x += kChipSide;
+        if (x + kChipSide > kPageSide) {
+          x = 0;
+          y += kChipSide + (ungrouped ? 0 : kRowGapGrouped);
+        }
+      }
+    }
+    if (swatches >= 1 && g != groups - 1) {
+      if (x + kGroupGap <= kPageSide) {
+        x += kGroupGap;
+      } else {
+        x = 0;
+        y += kGroupGap;
+      }
+    }
+  }
+  int32_t height = y + kChipSide;
+  int32_t width = kPageSide;
+  if (height > kPageSide) {
+    height = kPageSide;
+  } else if (y == 0) {
+    width = std::min(x + kChipSide, kPageSide);
+  }
+  pages.Write(n, width, height);
+}
