@@ -1,0 +1,406 @@
+// Stage by stage: colour conversion, transform and quantisation, Huffman
+// tables and bit packing, quality presets and the output stream.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "jpeg/color_converter.h"
+#include "jpeg/dct.h"
+#include "jpeg/huffman.h"
+#include "jpeg/tables.h"
+#include "tests/jpeg/jpeg_test_util.h"
+
+namespace {
+
+using namespace ZJPEG;
+
+// ---- Colour conversion -----------------------------------------------------
+
+struct Converted {
+  std::vector<int16_t> y, cb, cr;
+};
+
+Converted ConvertRgb(const std::vector<uint8_t>& rgb, int width, int height) {
+  InitializeJPEGEncoder();
+  const uint32_t mcus = uint32_t(width + 7) / 8;
+  const uint8_t ones[3] = {1, 1, 1};
+  ColorConverterRGBInterleave conv(true, false);
+  conv.SetGeometry(uint16_t(width), uint16_t(height), mcus, 3, ones, ones);
+  Converted out{std::vector<int16_t>(mcus * 64), std::vector<int16_t>(mcus * 64),
+                std::vector<int16_t>(mcus * 64)};
+  int16_t* bufs[3] = {out.y.data(), out.cb.data(), out.cr.data()};
+  BufferRowMemoryRequester rows(rgb.data(), uint32_t(width) * 3, uint16_t(height));
+  rows.firstRowWanted = 0;
+  rows.rowsWanted = 8;
+  EXPECT_EQ(rows.Request(), 1);
+  conv.ColorCovert(rows, 0, 0, 1, bufs);
+  return out;
+}
+
+TEST(ColorConversion, WhiteBlackAndRedSamples) {
+  const std::vector<uint8_t> px = {255, 255, 255, 0, 0, 0, 255, 0, 0};
+  const Converted c = ConvertRgb(px, 3, 1);
+  EXPECT_EQ(c.y[0], 32512);  // 255·256 − 32768
+  EXPECT_EQ(c.cb[0], 0);
+  EXPECT_EQ(c.cr[0], 0);
+  EXPECT_EQ(c.y[1], -32768);
+  EXPECT_EQ(c.cb[1], 0);
+  EXPECT_EQ(c.cr[1], 0);
+  EXPECT_EQ(c.y[2], 77 * 255 - 32768);
+  EXPECT_EQ(c.cb[2], -43 * 255);
+  EXPECT_EQ(c.cr[2], 128 * 255);
+}
+
+TEST(ColorConversion, RightAndBottomEdgesReplicate) {
+  // 9 × 2: every pixel distinct, so a wrong source column or row shows.
+  std::vector<uint8_t> px(9 * 2 * 3);
+  for (int y = 0; y < 2; ++y)
+    for (int x = 0; x < 9; ++x) px[(y * 9 + x) * 3] = uint8_t(20 * x + 7 * y);
+  const Converted c = ConvertRgb(px, 9, 2);
+  auto yAt = [&](int row, int col) { return c.y[(col / 8) * 64 + row * 8 + col % 8]; };
+  auto ySample = [](int r) { return int16_t(77 * r - 32768); };
+  EXPECT_EQ(yAt(0, 7), ySample(140));
+  for (int col = 8; col < 16; ++col) {
+    EXPECT_EQ(yAt(0, col), ySample(160)) << col;  // the ninth pixel of row 0
+    EXPECT_EQ(yAt(1, col), ySample(167)) << col;
+  }
+  for (int row = 2; row < 8; ++row) {
+    EXPECT_EQ(yAt(row, 3), ySample(67)) << row;  // rows past the end repeat row 1
+    EXPECT_EQ(yAt(row, 12), ySample(167)) << row;
+  }
+}
+
+// ---- Transform and quantisation ---------------------------------------------
+
+// The same integer arithmetic written out plainly, one formula per output.
+void ReferenceDct(const int16_t* in, const int32_t* recip, int16_t* out) {
+  auto pass = [](const int32_t d[8], int32_t o[8], bool last) {
+    auto rnd = [](int32_t x) { return (x + 127) >> 8; };
+    const int32_t t0 = d[0] + d[7], t7 = d[0] - d[7], t1 = d[1] + d[6], t6 = d[1] - d[6];
+    const int32_t t2 = d[2] + d[5], t5 = d[2] - d[5], t3 = d[3] + d[4], t4 = d[3] - d[4];
+    const int32_t e10 = t0 + t3, e13 = t0 - t3, e11 = t1 + t2, e12 = t1 - t2;
+    const int32_t z1 = rnd((e12 + e13) * 181);
+    const int32_t z5 = ((t4 + t5) - (t6 + t7)) * 98;
+    const int32_t z2 = z5 + (t4 + t5) * 139, z4 = z5 + (t6 + t7) * 334, z3 = (t5 + t6) * 181;
+    o[0] = e10 + e11;
+    o[4] = e10 - e11;
+    o[2] = e13 + z1;
+    o[6] = e13 - z1;
+    o[1] = t7 + rnd(z3 + z4);
+    o[7] = t7 + rnd(z3 - z4);
+    o[5] = t7 + rnd(z2 - z3);
+    o[3] = t7 - rnd(z2 + z3);
+    if (last)
+      for (int k = 0; k < 8; ++k) o[k] = rnd(o[k]);
+  };
+  int32_t mid[64], fin[64];
+  for (int c = 0; c < 8; ++c) {
+    int32_t d[8], o[8];
+    for (int r = 0; r < 8; ++r) d[r] = in[r * 8 + c];
+    pass(d, o, false);
+    for (int r = 0; r < 8; ++r) mid[r * 8 + c] = o[r];
+  }
+  for (int r = 0; r < 8; ++r) pass(&mid[r * 8], &fin[r * 8], true);
+  for (int k = 0; k < 64; ++k)
+    out[k] = int16_t((fin[kZigzag[k]] * recip[kZigzag[k]] + 32767) >> 16);
+}
+
+QuantSlot Slot(int quality, bool chroma) {
+  QuantSlot s;
+  PrepareQuantSlot(s, (chroma ? kChrominanceQPS : kLuminanceQPS).rows[quality]);
+  return s;
+}
+
+TEST(Transform, FlatBlocksHaveOnlyADcTerm) {
+  int32_t work[64];
+  const QuantSlot slot = Slot(12, false);
+  for (int value : {128, 0, 255, 37}) {
+    int16_t block[64];
+    std::fill(block, block + 64, int16_t((value - 128) * 256));
+    DCTInteger(block, slot, work);
+    EXPECT_EQ(block[0] == 0, value == 128) << value;
+    for (int k = 1; k < 64; ++k) ASSERT_EQ(block[k], 0) << value << " entry " << k;
+  }
+}
+
+TEST(Transform, ZigzagEntryTwoIsFirstColumnSecondRow) {
+  // Brightness changes down the block only: vertical frequencies, column 0.
+  int16_t block[64];
+  for (int r = 0; r < 8; ++r)
+    for (int c = 0; c < 8; ++c) block[r * 8 + c] = int16_t((r < 4 ? 60 : -60) * 256);
+  int32_t work[64];
+  DCTInteger(block, Slot(12, false), work);
+  EXPECT_EQ(block[1], 0);   // natural 1: horizontal
+  EXPECT_GT(block[2], 50);  // natural 8
+  EXPECT_EQ(kZigzag[2], 8);
+  for (int k = 0; k < 64; ++k) EXPECT_EQ(kInvZigzag[kZigzag[k]], k);
+}
+
+TEST(Transform, MatchesAPlainComputationOfTheSameArithmetic) {
+  uint32_t s = 99;
+  int32_t work[64];
+  for (int trial = 0; trial < 200; ++trial) {
+    const QuantSlot slot = Slot(trial % 13, trial & 1);
+    int16_t block[64], expect[64];
+    for (int i = 0; i < 64; ++i) {
+      s = s * 1103515245u + 12345u;
+      // Extremes and checkerboards stress the rounding and the widest sums.
+      const int v = trial < 20 ? (((i + i / 8 + trial) & 1) ? 255 : 0) : int(s >> 24);
+      block[i] = int16_t((v - 128) * 256);
+    }
+    ReferenceDct(block, slot.reciprocals, expect);
+    DCTInteger(block, slot, work);
+    for (int k = 0; k < 64; ++k) ASSERT_EQ(block[k], expect[k]) << "trial " << trial << " k " << k;
+  }
+}
+
+TEST(Transform, ReciprocalsComeFromSinglePrecisionDivisors) {
+  const QuantSlot slot = Slot(12, false);
+  EXPECT_FLOAT_EQ(slot.divisors[0], 8.0f);
+  EXPECT_EQ(slot.reciprocals[0], 8192);
+  const float d63 = 3.0f * 0.27589938f * 0.27589938f * 8.0f;
+  EXPECT_EQ(slot.reciprocals[63], int32_t(65536.0f / d63 + 0.5f));
+}
+
+// ---- Huffman tables ------------------------------------------------------------
+
+TEST(Huffman, OnlyEobCountedGetsAOneBitCode) {
+  FrameHuffman t;
+  t.frequency[0x00] = 40;
+  t.Generate();
+  EXPECT_EQ(t.last, 1);
+  EXPECT_EQ(t.bits[1], 1);
+  EXPECT_EQ(t.lengthBySymbol[0x00], 1);
+  EXPECT_EQ(t.codeBySymbol[0x00], 0);  // the all-ones code went to the reserved symbol
+}
+
+TEST(Huffman, SymbolsOfZeroRunsAndTheLastCoefficient) {
+  int16_t block[64] = {};
+  block[0] = 5;
+  block[17] = -5;  // sixteen zeros first
+  FrameHuffman dc, ac;
+  int16_t pred = 2;
+  AddBlockToHuffman(block, pred, dc, ac);
+  EXPECT_EQ(pred, 5);
+  EXPECT_EQ(dc.frequency[2], 1u);  // difference 3
+  EXPECT_EQ(ac.frequency[0xF0], 1u);
+  EXPECT_EQ(ac.frequency[0x03], 1u);
+  EXPECT_EQ(ac.frequency[0x00], 1u);
+
+  int16_t tail[64] = {};
+  tail[63] = 1;  // 62 zeros: three ZRL, then run 14 size 1, and no EOB
+  FrameHuffman dc2, ac2;
+  int16_t p2 = 0;
+  AddBlockToHuffman(tail, p2, dc2, ac2);
+  EXPECT_EQ(ac2.frequency[0xF0], 3u);
+  EXPECT_EQ(ac2.frequency[0xE1], 1u);
+  EXPECT_EQ(ac2.frequency[0x00], 0u);
+}
+
+TEST(Huffman, LongCodesAreLimitedToSixteenBitsKeepingTheUnlimitedOrder) {
+  FrameHuffman t;
+  for (int s = 0; s < 30; ++s) t.frequency[s] = 1u << s;  // doubling counts: a 30-deep chain
+  t.Generate();
+  int deepest = 0;
+  for (int s = 0; s < 30; ++s) deepest = std::max<int>(deepest, t.codeSize[s]);
+  EXPECT_GT(deepest, 16);
+  double kraft = 0;
+  int codes = 0;
+  for (int len = 1; len <= 16; ++len) {
+    kraft += t.bits[len] * std::ldexp(1.0, -len);
+    codes += t.bits[len];
+  }
+  for (int len = 17; len <= 32; ++len) EXPECT_EQ(t.bits[len], 0);
+  EXPECT_EQ(codes, 30);
+  EXPECT_LT(kraft, 1.0);
+  for (int s = 0; s < 30; ++s) {
+    EXPECT_GE(t.lengthBySymbol[s], 1);
+    EXPECT_LE(t.lengthBySymbol[s], 16);
+  }
+  // DHT order: rising unlimited length, then rising symbol.
+  for (int k = 1; k < t.last; ++k) {
+    const int p = t.values[k - 1], q = t.values[k];
+    EXPECT_TRUE(t.codeSize[p] < t.codeSize[q] || (t.codeSize[p] == t.codeSize[q] && p < q)) << k;
+  }
+}
+
+// ---- Bit packing -----------------------------------------------------------------
+
+std::string Bits(const std::string& bytes) {
+  std::string s;
+  for (unsigned char c : bytes)
+    for (int i = 7; i >= 0; --i) s.push_back((c >> i) & 1 ? '1' : '0');
+  return s;
+}
+
+std::string Code(uint32_t code, int length) {
+  std::string s;
+  for (int i = length - 1; i >= 0; --i) s.push_back((code >> i) & 1 ? '1' : '0');
+  return s;
+}
+
+TEST(BitPacking, UnitCoefficientsAndValueBits) {
+  FrameHuffman dc, ac;
+  dc.frequency[0] = 1;
+  ac.frequency[0x01] = 3;
+  ac.frequency[0x00] = 1;
+  dc.Generate();
+  ac.Generate();
+  int16_t block[64] = {};
+  block[1] = -1;
+  block[2] = 1;
+  jpegtest::StringStream out;
+  BitPacker packer(&out);
+  int16_t pred = 0;
+  packer.OutputOneDCT(block, pred, dc, ac);
+  packer.Flush();
+  out.DumpBuffer();
+  const std::string ac1 = Code(ac.codeBySymbol[1], ac.lengthBySymbol[1]);
+  std::string expect = Code(dc.codeBySymbol[0], dc.lengthBySymbol[0]) + ac1 + "0" + ac1 + "1" +
+                       Code(ac.codeBySymbol[0], ac.lengthBySymbol[0]);
+  expect.append((8 - expect.size() % 8) % 8, '0');  // zero padding
+  EXPECT_EQ(Bits(out.bytes), expect);
+}
+
+TEST(BitPacking, EveryFFByteIsStuffedIncludingTheLastOne) {
+  jpegtest::StringStream out;
+  BitPacker packer(&out);
+  packer.Put(0xFFFFFFFFu, 32);  // one whole word of 0xFF
+  packer.Put(0x12, 8);
+  packer.Put(0xFF, 8);  // the last byte of the scan
+  packer.Flush();
+  out.DumpBuffer();
+  const std::string expect = std::string("\xFF\0\xFF\0\xFF\0\xFF\0\x12\xFF\0", 11);
+  EXPECT_EQ(out.bytes, expect);
+
+  jpegtest::StringStream tail;
+  BitPacker p2(&tail);
+  p2.Put(0x7, 3);  // a partial byte is padded with zero bits, not ones
+  p2.Flush();
+  tail.DumpBuffer();
+  EXPECT_EQ(tail.bytes, std::string("\xE0", 1));
+}
+
+// ---- Presets, stream and encoder behaviour ---------------------------------------
+
+TEST(Presets, PixmereQualityLayouts) {
+  EncoderDescription d;
+  d.flags = 0x112;
+  d.PixmereQuality(12);
+  EXPECT_EQ(d.tableCount, 2);
+  EXPECT_EQ(d.componentCount, 3);
+  EXPECT_EQ(d.quantTables[0][63], 3);
+  EXPECT_EQ(d.quantTables[1][4], 2);
+  const uint8_t tq[3] = {0, 1, 1};
+  for (int c = 0; c < 3; ++c) {
+    EXPECT_EQ(d.components[c].h, 1);
+    EXPECT_EQ(d.components[c].v, 1);
+    EXPECT_EQ(d.components[c].tq, tq[c]);
+  }
+  d.PixmereQuality(6);
+  EXPECT_EQ(d.components[0].h, 2);
+  EXPECT_EQ(d.components[0].v, 2);
+  EXPECT_EQ(d.quantTables[0][0], 8);
+  d.PixmereQuality(7);  // coarser than 6 to pay for full-resolution chroma
+  EXPECT_EQ(d.components[0].h, 1);
+  const uint16_t row7[4] = {10, 7, 7, 10};
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(d.quantTables[0][i], row7[i]);
+  d.PixmereQuality(0);
+  EXPECT_EQ(d.quantTables[0][3], 81);
+  EXPECT_EQ(d.quantTables[1][1], 51);
+
+  EncoderDescription g;
+  g.flags = 0x001;
+  g.PixmereQuality(12);
+  EXPECT_EQ(g.componentCount, 1);
+  EXPECT_EQ(g.tableCount, 1);
+  EncoderDescription k;
+  k.flags = 0x004;
+  k.PixmereQuality(3);
+  EXPECT_EQ(k.componentCount, 4);
+  k.Quality0to100(3);
+  EXPECT_EQ(k.quantTables[0][0], 1);
+  EXPECT_EQ(k.quantTables[0][63], 1);
+}
+
+TEST(Stream, TinyCallerBufferIsOwnedAndGivesTheSameBytes) {
+  const jpegtest::Rgb img = jpegtest::NoiseImage(64, 40, 5);
+  const std::string reference = jpegtest::Encode(img, 12);
+  ZJPEG::EncoderDescription desc;
+  desc.flags = 0x112;
+  desc.PixmereQuality(12);
+  ZJPEG::BufferRowMemoryRequester rows(img.pixels.data(), 64 * 3, 40);
+  // Released by the stream with array delete (the leak checker would object).
+  jpegtest::StringStream tiny(new uint8_t[5], 5);
+  ZJPEG::JPEGEncoder(&rows, 64, 40).EncodeImage(&tiny, desc, nullptr, 0, 4);
+  tiny.DumpBuffer();
+  EXPECT_EQ(tiny.capacity, 5u);
+  EXPECT_EQ(tiny.bytes, reference);
+}
+
+class FailingRows : public ZJPEG::BufferRowMemoryRequester {
+ public:
+  FailingRows(const jpegtest::Rgb& img, int allowed)
+      : BufferRowMemoryRequester(img.pixels.data(), uint32_t(img.width) * 3, uint16_t(img.height)),
+        allowed_(allowed) {}
+  int Request() override { return allowed_-- > 0 ? BufferRowMemoryRequester::Request() : 0; }
+
+ private:
+  int allowed_;
+};
+
+TEST(Encoder, RowSourceFailureStillClosesTheFile) {
+  const jpegtest::Rgb img = jpegtest::NoiseImage(32, 32, 9);
+  for (int allowed : {0, 5}) {  // during the first pass, during the second
+    FailingRows rows(img, allowed);
+    ZJPEG::EncoderDescription desc;
+    desc.flags = 0x112;
+    desc.PixmereQuality(12);
+    jpegtest::StringStream out;
+    ZJPEG::JPEGEncoder(&rows, 32, 32).EncodeImage(&out, desc, nullptr, 0, 4);
+    out.DumpBuffer();
+    ASSERT_GE(out.bytes.size(), 4u);
+    EXPECT_EQ(out.bytes.substr(out.bytes.size() - 2), "\xFF\xD9");
+    const bool hasScan = out.bytes.find("\xFF\xDA") != std::string::npos;
+    EXPECT_EQ(hasScan, allowed > 0) << allowed;
+  }
+}
+
+class TwoSegments : public ZJPEG::AppDataCallback {
+ public:
+  int NextSegment() override {
+    if (n_ == 2) return 0;
+    appIndex = n_ == 0 ? 1 : 13;
+    segmentData = reinterpret_cast<const uint8_t*>(n_ == 0 ? "abc" : "Z");
+    segmentLength = n_ == 0 ? 3 : 1;
+    ++n_;
+    return 1;
+  }
+  int HasRawPrefix() override { return 0; }
+
+ private:
+  int n_ = 0;
+};
+
+TEST(Encoder, ApplicationSegmentsFollowSoi) {
+  const jpegtest::Rgb img = jpegtest::NoiseImage(8, 8, 1);
+  ZJPEG::EncoderDescription desc;
+  desc.flags = 0x112;
+  desc.PixmereQuality(12);
+  ZJPEG::BufferRowMemoryRequester rows(img.pixels.data(), 24, 8);
+  TwoSegments segments;
+  jpegtest::StringStream out;
+  ZJPEG::JPEGEncoder(&rows, 8, 8).EncodeImage(&out, desc, &segments, 0, 4);
+  out.DumpBuffer();
+  EXPECT_EQ(out.bytes.substr(0, 16), std::string("\xFF\xD8\xFF\xE1\x00\x05"
+                                                 "abc\xFF\xED\x00\x03Z\xFF\xEE",
+                                                 16));
+  jpegtest::Rgb decoded;
+  std::string error;
+  EXPECT_TRUE(jpegtest::Decode(out.bytes, decoded, error)) << error;
+}
+
+}  // namespace
