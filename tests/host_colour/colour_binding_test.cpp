@@ -123,6 +123,9 @@ TEST_F(ColourBinding, RefusesWhatItCannotConvert) {
   // arguments are refused rather than followed.
   EXPECT_EQ(CTinct::ProfileFromCode(pixmere::FourCC("????")), nullptr);
   void* rgbProfile = CTinct::ProfileFromCode(pixmere::FourCC("mRGB"));
+  const int64_t live = hostcolour::GetCounters().liveObjects;
+  CGravenColorProfile badIntent(rgbProfile, 4, 0, false);  // ICC has intents 0..3
+  EXPECT_EQ(hostcolour::GetCounters().liveObjects, live);
   CGravenColorSpace rgb(rgbProfile, false, false, false, false, false);
   CTinct::UnReferenceProfile(rgbProfile);  // the space holds its own reference
   CGravenColorSpace family(7, false, true, false, false, false);
