@@ -290,17 +290,23 @@ bool XMPFiles::GetFileInfo(std::string* filePath, uint32_t* openFlags, uint32_t*
                            uint32_t* handlerFlags) const {
   if (!open_) return false;
   ToolkitString path;
-  XmpOpenFileOptions flags = XMP_OPEN_NOOPTION;
-  XmpFileType type = XMP_FT_UNKNOWN;
-  XmpFileFormatOptions handler = XmpFileFormatOptions(0);
-  if (!Found(xmp_files_get_file_info(static_cast<XmpFilePtr>(file_.get()), path.get(), &flags,
-                                     &type, &handler),
+  // The toolkit stores bit sets in these enum-typed out-parameters (handler
+  // flags such as 0x227F name no single enumerator), so they are read back as
+  // plain 32-bit words, never as enum values.
+  static_assert(sizeof(XmpOpenFileOptions) == sizeof(uint32_t) &&
+                sizeof(XmpFileType) == sizeof(uint32_t) &&
+                sizeof(XmpFileFormatOptions) == sizeof(uint32_t));
+  uint32_t flags = 0, type = 0, handler = 0;
+  if (!Found(xmp_files_get_file_info(static_cast<XmpFilePtr>(file_.get()), path.get(),
+                                     reinterpret_cast<XmpOpenFileOptions*>(&flags),
+                                     reinterpret_cast<XmpFileType*>(&type),
+                                     reinterpret_cast<XmpFileFormatOptions*>(&handler)),
              "GetFileInfo"))
     return false;
   if (filePath != nullptr) *filePath = path.str();
-  if (openFlags != nullptr) *openFlags = uint32_t(flags);
-  if (format != nullptr) *format = uint32_t(type);
-  if (handlerFlags != nullptr) *handlerFlags = uint32_t(handler);
+  if (openFlags != nullptr) *openFlags = flags;
+  if (format != nullptr) *format = type;
+  if (handlerFlags != nullptr) *handlerFlags = handler;
   return true;
 }
 
