@@ -17,7 +17,6 @@ namespace ZJPEG {
 
 namespace {
 
-constexpr int kReserved = 256;
 constexpr uint8_t kZRL = 0xF0;
 constexpr uint8_t kEOB = 0x00;
 // Worst-case bytes of one coded block are far above this; the word writer
