@@ -11,6 +11,7 @@
 #include "jpeg/huffman.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 
 namespace ZJPEG {
@@ -47,6 +48,13 @@ inline uint32_t ValueBits(int32_t v, uint32_t size) {
   return bits & ((uint32_t{1} << size) - 1);
 }
 
+// Bit k set when AC coefficient k (1…63) is nonzero.
+inline uint64_t NonzeroMask(const int16_t* block) {
+  uint64_t mask = 0;
+  for (int k = 1; k < 64; ++k) mask |= uint64_t{block[k] != 0} << k;
+  return mask;
+}
+
 inline bool HasFFByte(uint32_t w) {
   const uint32_t x = ~w;  // a 0xFF byte of w is a zero byte of x
   return ((x - 0x01010101u) & ~x & 0x80808080u) != 0;
@@ -70,19 +78,28 @@ void FrameHuffman::code_size() {
       freq[i] = frequency[i] ? std::max<uint64_t>(1, uint64_t{frequency[i]} >> scale) : 0;
       others[i] = -1;
     }
+    // Symbols still to merge, in rising order: scanning them in order with
+    // "less or equal" lets the higher symbol win ties.
+    int16_t active[257];
+    int live = 0;
+    for (int i = 0; i < 257; ++i) {
+      if (freq[i]) active[live++] = static_cast<int16_t>(i);
+    }
     for (;;) {
-      int c1 = -1, c2 = -1;
+      int c1 = -1, c2 = -1, p2 = -1;
       uint64_t v = UINT64_MAX;
-      for (int i = 0; i < 257; ++i) {
-        if (freq[i] && freq[i] <= v) v = freq[i], c1 = i;
+      for (int p = 0; p < live; ++p) {
+        if (freq[active[p]] <= v) v = freq[active[p]], c1 = active[p];
       }
       v = UINT64_MAX;
-      for (int i = 0; i < 257; ++i) {
-        if (freq[i] && freq[i] <= v && i != c1) v = freq[i], c2 = i;
+      for (int p = 0; p < live; ++p) {
+        if (freq[active[p]] <= v && active[p] != c1) v = freq[active[p]], c2 = active[p], p2 = p;
       }
       if (c2 < 0) break;
       freq[c1] += freq[c2];
       freq[c2] = 0;
+      std::copy(active + p2 + 1, active + live, active + p2);
+      --live;
       ++sizes[c1];
       while (others[c1] >= 0) ++sizes[c1 = others[c1]];
       others[c1] = static_cast<int16_t>(c2);
@@ -199,21 +216,22 @@ void BitPacker::OutputOneDCT(const int16_t* block, int16_t& predictor, const Fra
   Put(dc.codeBySymbol[dcSize], dc.lengthBySymbol[dcSize]);
   Put(ValueBits(diff, dcSize), dcSize);
 
-  int run = 0;
-  for (int k = 1; k < 64; ++k) {
-    const int32_t v = block[k];
-    if (v == 0) {
-      ++run;
-      continue;
-    }
+  // Walk the nonzero coefficients only: on flat areas most of a block is zero.
+  uint64_t nonzero = NonzeroMask(block);
+  int previous = 0;
+  while (nonzero) {
+    const int k = std::countr_zero(nonzero);
+    nonzero &= nonzero - 1;
+    int run = k - previous - 1;
+    previous = k;
     for (; run >= 16; run -= 16) Put(ac.codeBySymbol[kZRL], ac.lengthBySymbol[kZRL]);
+    const int32_t v = block[k];
     const uint32_t size = Category(static_cast<uint32_t>(std::abs(v)));
-    const uint32_t symbol = ((run << 4) | size) & 0xFF;
+    const uint32_t symbol = ((static_cast<uint32_t>(run) << 4) | size) & 0xFF;
     const uint32_t length = ac.lengthBySymbol[symbol];
     Put((uint32_t{ac.codeBySymbol[symbol]} << size) | ValueBits(v, size), length + size);
-    run = 0;
   }
-  if (run > 0) Put(ac.codeBySymbol[kEOB], ac.lengthBySymbol[kEOB]);
+  if (previous != 63) Put(ac.codeBySymbol[kEOB], ac.lengthBySymbol[kEOB]);
 }
 
 void BitPacker::Put(uint32_t code, uint32_t length) {
