@@ -99,6 +99,16 @@ TEST(Pxhost, CallReportsTheWrittenFields) {
   EXPECT_NE(withheld.out.find("result: -30900"), std::string::npos);
 }
 
+TEST(Pxhost, IdentifyAsksThePlugin) {
+  qltest::DiskFile vector("page.ps", ql7::VectorFile(Checker(2, 2), ql7::Options{}));
+  std::string swatches = std::string(QL_SOURCE_DIR) + "/samples/swatches/basic.sxf";
+  Outcome r = Pxhost("identify " + vector.path() + " " + swatches);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, vector.path() + ": vector file\n" + swatches + ": swatch exchange file\n");
+  auto j = nlohmann::json::parse(Pxhost("identify --json " + swatches).out);
+  EXPECT_EQ(j[0]["swatchExchangeFile"], true);
+}
+
 TEST(Pxhost, MethodNamesEachFile) {
   ql7::Options pdf;
   pdf.pdf = true;

@@ -3,7 +3,10 @@
 // suite holders the plug-in keeps.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <map>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -12,6 +15,7 @@
 #include "sdk/selectors.h"
 #include "tests/support/fixture_file.h"
 #include "tools/ql7embed/ql7_writer.h"
+#include "tools/sxfwrite/sxf_writer.h"
 
 extern "C" void PluginMain(int16_t, pixmere::FormatRecord*, intptr_t*, int16_t*);
 
@@ -39,6 +43,16 @@ std::map<std::string, int64_t> Written(const HostSession& s) {
   std::map<std::string, int64_t> m;
   for (const auto& [field, value] : s.WrittenFields()) m[field->name] = value;
   return m;
+}
+
+std::string SwatchFile() {
+  nlohmann::json description = nlohmann::json::parse(R"({"blocks": [
+      {"group": "Brand"},
+      {"swatch": "Red", "model": "RGB ", "values": [1, 0, 0], "type": 0},
+      {"groupEnd": true}]})");
+  std::string bytes, error;
+  EXPECT_TRUE(sxfwrite::BuildSxf(description, &bytes, &error)) << error;
+  return bytes;
 }
 
 size_t EventCount() {
@@ -120,6 +134,48 @@ TEST_F(EntryTest, SwatchFileTypesDecideTheSwatchColumn) {
       EXPECT_EQ(Released(mark), releases) << type << " selector " << selector;
     }
   }
+}
+
+TEST_F(EntryTest, UnknownTypeIsSniffedOnEveryCall) {
+  qltest::MemFile file(SwatchFile());
+  for (int16_t selector : {2, 3, 17, 2}) {
+    // Each call rewinds and checks the file again, wherever the last one
+    // left the file position.
+    lseek(file.fd(), 7, SEEK_SET);
+    HostSession s(&PluginMain, file.fd(), SessionOptions{0, true, {}, false});
+    EXPECT_EQ(s.Call(selector), 0) << "selector " << selector;
+    EXPECT_TRUE(s.WrittenFields().empty()) << "selector " << selector;
+    EXPECT_TRUE(s.AdvanceCalls().empty());
+  }
+  // A vector file of unknown type is sniffed, found not to be a swatch file,
+  // and read as a vector file.
+  qltest::MemFile vector(VectorFile(2, 2));
+  HostSession s(&PluginMain, vector.fd(), SessionOptions{0, true, {}, false});
+  EXPECT_EQ(s.Call(pixmere::kSelectorFilterFile), 0);
+  EXPECT_EQ(s.Call(pixmere::kSelectorReadContinue), 0);
+  EXPECT_EQ(s.AdvanceCalls().size(), 1u);
+}
+
+TEST_F(EntryTest, FilterFileChecksTheContentsOfSwatchTypedFiles) {
+  qltest::MemFile swatches(SwatchFile());
+  qltest::MemFile vector(VectorFile(2, 2));
+  HostSession good(&PluginMain, swatches.fd(), SessionOptions{FourCC("SXF "), true, {}, false});
+  EXPECT_EQ(good.Call(pixmere::kSelectorFilterFile), 0);
+  HostSession bad(&PluginMain, vector.fd(), SessionOptions{FourCC("SXF "), true, {}, false});
+  AcquireInto(sPXHandle);
+  size_t mark = EventCount();
+  EXPECT_EQ(bad.Call(pixmere::kSelectorFilterFile), pixmere::kResultCannotRead);
+  EXPECT_TRUE(Released(mark));
+}
+
+TEST_F(EntryTest, ASwatchFileOfAnotherTypeIsTreatedAsAVectorFile) {
+  qltest::MemFile file(SwatchFile());
+  HostSession s(&PluginMain, file.fd(), SessionOptions{FourCC("EPSF"), true, {}, false});
+  EXPECT_EQ(s.Call(pixmere::kSelectorFilterFile), 0);  // accepted, never looked at
+  EXPECT_EQ(s.Call(pixmere::kSelectorReadStart), pixmere::kResultCannotRead);
+  EXPECT_EQ(s.Call(pixmere::kSelectorXMP), 0);  // no packet for a vector file
+  EXPECT_TRUE(s.WrittenFields().empty());
+  EXPECT_TRUE(s.HandleSizes().empty());
 }
 
 TEST_F(EntryTest, MissingHostProceduresAnswerHostInsufficientEvenForSelectorZero) {

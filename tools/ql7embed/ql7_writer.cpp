@@ -179,12 +179,15 @@ std::string VectorFile(const pxhost::RgbImage& image, const Options& options) {
     // few hundred bytes, where the reader does not look.
     ps +=
         "%%BeginProlog\n"
-        "% Draws the page image from hexadecimal RGB samples that follow inline.\n"
-        "/ql7image { /h exch def /w exch def w h scale\n"
-        "  w h 8 [w 0 0 h neg 0 h] currentfile w 3 mul string /readhexstring cvx\n"
-        "  [ 3 -1 roll /pop cvx ] cvx false 3 colorimage } bind def\n"
+        "% The page is the image itself, drawn from hexadecimal RGB samples that\n"
+        "% follow the colorimage operator inline, one row of samples at a time.\n"
+        "% Viewers show the page; image hosts show the preview above.\n"
         "%%EndProlog\n%%Page: 1 1\n";
-    std::snprintf(line, sizeof line, "gsave %d %d ql7image\n", w, h);
+    std::snprintf(line, sizeof line,
+                  "/rowbytes %d string def\ngsave\n%d %d scale\n"
+                  "%d %d 8 [%d 0 0 %d neg 0 %d]\n"
+                  "{currentfile rowbytes readhexstring pop} false 3 colorimage\n",
+                  w * 3, w, h, w, h, w, h, h);
     ps += line;
     ps += HexImage(image);
     ps += "\ngrestore\nshowpage\n%%Trailer\n%%EOF\n";
