@@ -73,6 +73,44 @@ TEST(ColorConversion, RightAndBottomEdgesReplicate) {
   }
 }
 
+TEST(ColorConversion, GreyAveragesSubsampledGroupsAndEdgeColumns) {
+  // 3 × 2 grey pixels; component 0 at half the resolution of the largest.
+  const std::vector<uint8_t> px = {10, 21, 90, 30, 40, 51};
+  const uint8_t h[2] = {1, 2}, v[2] = {1, 2};
+  ColorConverterGrey conv;
+  conv.SetGeometry(3, 2, 1, 2, h, v);
+  std::vector<int16_t> y(64), unused(4 * 64);
+  int16_t* bufs[2] = {y.data(), unused.data()};
+  BufferRowMemoryRequester rows(px.data(), 3, 2);
+  rows.rowsWanted = 16;
+  ASSERT_EQ(rows.Request(), 1);
+  conv.ColorCovert(rows, 0, 0, 1, bufs);
+  EXPECT_EQ(y[0], ((10 + 21 + 30 + 40) >> 2) * 256 - 32768);
+  EXPECT_EQ(y[1], ((90 + 51) >> 1) * 256 - 32768);            // lone last column
+  EXPECT_EQ(y[8], ((30 + 40 + 30 + 40) >> 2) * 256 - 32768);  // rows past the end repeat
+}
+
+TEST(ColorConversion, ChannelOrderAndLeadingByteOptionsAgree) {
+  const jpegtest::Rgb rgb = jpegtest::NoiseImage(21, 13, 4);
+  jpegtest::Rgb bgr = rgb, xrgb{21, 13, std::vector<uint8_t>(21 * 13 * 4)};
+  for (size_t i = 0; i < size_t(21 * 13); ++i) {
+    std::swap(bgr.pixels[i * 3], bgr.pixels[i * 3 + 2]);
+    xrgb.pixels[i * 4] = 0xAB;
+    std::copy_n(&rgb.pixels[i * 3], 3, &xrgb.pixels[i * 4 + 1]);
+  }
+  const std::string reference = jpegtest::Encode(rgb, 12);
+  EXPECT_EQ(jpegtest::Encode(bgr, 12, 0x192), reference);
+  // Four bytes a pixel: the encoder reads the row pitch from the row source.
+  ZJPEG::EncoderDescription desc;
+  desc.flags = 0x130;
+  desc.PixmereQuality(12);
+  ZJPEG::BufferRowMemoryRequester rows(xrgb.pixels.data(), 21 * 4, 13);
+  jpegtest::StringStream out;
+  ZJPEG::JPEGEncoder(&rows, 21, 13).EncodeImage(&out, desc, nullptr, 0, 4);
+  out.DumpBuffer();
+  EXPECT_EQ(out.bytes, reference);
+}
+
 // ---- Transform and quantisation ---------------------------------------------
 
 // The same integer arithmetic written out plainly, one formula per output.
