@@ -149,29 +149,30 @@ bool ParseInt(const char* s, int base, long lo, long hi, long& out) {
 int main(int argc, char** argv) {
   long quality = 12, flags = 0x112, dctMethod = 4;
   std::vector<const char*> paths;
-  for (int a = 1; a < argc; ++a) {
+  bool usage = false;
+  for (int a = 1; a < argc && !usage; ++a) {
     const std::string arg = argv[a];
     if (arg == "--help" || arg == "-h") {
       std::fputs(kUsage, stdout);
       return 0;
     }
-    const bool hasValue = a + 1 < argc;
+    const char* value = a + 1 < argc ? argv[a + 1] : nullptr;
     if (arg == "--quality") {
-      if (!hasValue || !ParseInt(argv[++a], 10, 0, 12, quality)) break;
+      usage = !value || !ParseInt(value, 10, 0, 12, quality);
+      ++a;
     } else if (arg == "--flags") {
-      if (!hasValue || !ParseInt(argv[++a], 16, 0, 0xFFFF, flags)) break;
+      usage = !value || !ParseInt(value, 16, 0, 0xFFFF, flags);
+      ++a;
     } else if (arg == "--dct-method") {
-      if (!hasValue || !ParseInt(argv[++a], 10, 0, 255, dctMethod)) break;
+      usage = !value || !ParseInt(value, 10, 0, 255, dctMethod);
+      ++a;
     } else if (arg.size() > 1 && arg[0] == '-') {
-      std::fprintf(stderr, "zjpeg: unknown option %s\n%s", arg.c_str(), kUsage);
-      return kExitUsage;
+      usage = true;
     } else {
       paths.push_back(argv[a]);
-      continue;
     }
-    continue;
   }
-  if (paths.size() != 2 || (argc > 1 && std::string(argv[argc - 1]).rfind("--", 0) == 0)) {
+  if (usage || paths.size() != 2) {
     std::fputs(kUsage, stderr);
     return kExitUsage;
   }
