@@ -106,6 +106,16 @@ TEST(KeltoSwatchbookHeapTest, InflateFromStream) {
   EXPECT_EQ(several.GetSize(), 0);
 }
 
+TEST(KeltoSwatchbookHeapTest, BlocksAreCappedAt256MiB) {
+  KeltoSwatchbookHeap heap(1 << 20, 1 << 20, 1 << 20);  // 1 MiB elements
+  EXPECT_EQ(heap.InsertDataInternal(0, 256), 1);        // exactly the cap: allowed
+  EXPECT_EQ(heap.InsertDataInternal(0, 1), 0);          // one element more: refused
+  EXPECT_EQ(heap.GetSize(), 256);
+  KeltoSwatchbookHeap huge(1, 1 << 20, 1 << 20);
+  EXPECT_EQ(huge.InsertDataInternal(0, INT32_MAX), 0);
+  EXPECT_EQ(huge.GetSize(), 0);
+}
+
 TEST(XMLStringHeapTest, IDsAndTheFreeList) {
   XMLStringHeap strings;
   EXPECT_EQ(strings.AddString(XMLString("A")), 1u);

@@ -1,0 +1,116 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "swatchio/data_filter_stream.h"
+#include "tests/support/fixture_file.h"
+
+namespace {
+
+std::string Pattern(size_t size, int seed) {
+  std::string s(size, '\0');
+  for (size_t i = 0; i < size; ++i) s[i] = char((i * 7 + size_t(seed)) % 253);
+  return s;
+}
+
+std::string ReadN(DataFilterStream& stream, int32_t n) {
+  std::string out(size_t(n), '\0');
+  out.resize(size_t(stream.Read(out.data(), n)));
+  return out;
+}
+
+TEST(DataFilterStreamTest, ConstructionRewindsAndRejectsBadReferences) {
+  qltest::MemFile file("0123456789");
+  lseek(file.fd(), 6, SEEK_SET);
+  DataFilterStream stream(file.fd());
+  EXPECT_EQ(stream.IsValid(), 1);
+  EXPECT_EQ(stream.IsReading(), 1);
+  EXPECT_EQ(ReadN(stream, 4), "0123");
+
+  char buffer[4] = {'x', 'x', 'x', 'x'};
+  for (int32_t bad : {-1, 0x7FF0}) {  // negative, and no open file by that number
+    DataFilterStream rejected(bad);
+    EXPECT_EQ(rejected.IsValid(), 0);
+    EXPECT_EQ(rejected.Read(buffer, 4), 0);
+    EXPECT_EQ(buffer[0], 'x');
+  }
+  DataFilterStream unset;
+  EXPECT_EQ(unset.IsValid(), 0);
+  EXPECT_EQ(unset.Write("ab", 2), 0);
+}
+
+TEST(DataFilterStreamTest, EndOfFileAndRefusedSeeks) {
+  qltest::MemFile file("abcdef");
+  DataFilterStream stream(file.fd());
+  EXPECT_EQ(ReadN(stream, 4), "abcd");
+  EXPECT_EQ(ReadN(stream, 10), "ef");  // the partial count
+  EXPECT_EQ(stream.IsValid(), 1);
+  EXPECT_EQ(ReadN(stream, 10), "");
+
+  stream.Seek(1, 2);
+  EXPECT_EQ(ReadN(stream, 2), "cd");
+  stream.Seek(3, -1);
+  EXPECT_EQ(ReadN(stream, 1), "d");
+  stream.Seek(2, -2);
+  EXPECT_EQ(ReadN(stream, 5), "ef");
+  stream.Seek(1, -1);  // before the start: refused
+  EXPECT_EQ(stream.IsValid(), 0);
+  stream.Seek(1, 0);  // nothing makes it valid again
+  EXPECT_EQ(ReadN(stream, 2), "");
+
+  DataFilterStream pastEnd(file.fd());
+  pastEnd.Seek(1, 100);
+  EXPECT_EQ(pastEnd.IsValid(), 0);
+}
+
+TEST(DataFilterStreamTest, ReadAheadMatchesPlainReads) {
+  const std::string a = Pattern(200000, 1);
+  const std::string b = Pattern(150000, 2);
+  qltest::MemFile fileA(a);
+  qltest::MemFile fileB(b);
+  DataFilterStream first(fileA.fd());
+  DataFilterStream second(fileB.fd());
+  size_t atA = 0, atB = 0;
+  // Small reads on two descriptors in turn, each window handing over to the other.
+  for (int i = 0; i < 300; ++i) {
+    int32_t n = 1 + (i * 37) % 700;
+    ASSERT_EQ(ReadN(first, n), a.substr(atA, size_t(n))) << i;
+    atA += size_t(n);
+    ASSERT_EQ(ReadN(second, n), b.substr(atB, size_t(n))) << i;
+    atB += size_t(n);
+  }
+  // Seeks between reads, and a request larger than the window.
+  first.Seek(1, 70000);
+  EXPECT_EQ(ReadN(first, 10), a.substr(70000, 10));
+  first.Seek(3, -20);
+  EXPECT_EQ(ReadN(first, 100000), a.substr(69990, 100000));
+  EXPECT_EQ(ReadN(first, 5), a.substr(169990, 5));
+  first.Seek(2, -3);
+  EXPECT_EQ(ReadN(first, 9), a.substr(199997));
+  EXPECT_EQ(ReadN(second, 3), b.substr(atB, 3));
+  // The descriptor's own offset follows the stream's mark when another
+  // stream takes the window.
+  DataFilterStream again(fileA.fd());
+  EXPECT_EQ(ReadN(again, 3), a.substr(0, 3));
+}
+
+TEST(DataFilterStreamTest, WriteNeedsAWritableFile) {
+  qltest::DiskFile disk("swatches.sxf", "SXFF");
+  int readOnly = open(disk.path().c_str(), O_RDONLY);
+  ASSERT_GE(readOnly, 0);
+  DataFilterStream reading(readOnly);
+  EXPECT_EQ(reading.Write("xy", 2), 0);
+  EXPECT_EQ(ReadN(reading, 4), "SXFF");
+  close(readOnly);
+
+  qltest::MemFile file("");
+  DataFilterStream writing(file.fd());
+  EXPECT_EQ(writing.Write("hello", 5), 5);
+  writing.Seek(1, 0);
+  EXPECT_EQ(ReadN(writing, 5), "hello");
+}
+
+}  // namespace

@@ -1,0 +1,372 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "swatchbook/vantor_swatch_book.h"
+#include "swatchio/data_filter_stream.h"
+#include "swatchio/sxf_reader.h"
+#include "tests/support/fixture_file.h"
+#include "tools/sxfwrite/sxf_writer.h"
+
+namespace {
+
+using KB = KeltoSwatchbook;
+
+std::string Sxf(const char* json) {
+  std::string bytes, error;
+  EXPECT_TRUE(sxfwrite::BuildSxf(nlohmann::json::parse(json), &bytes, &error)) << error;
+  return bytes;
+}
+
+// A stream over bytes in memory.
+class MemoryStream : public KeltoSwatchbookStream {
+ public:
+  explicit MemoryStream(std::string bytes, int32_t valid = 1)
+      : bytes_(std::move(bytes)), valid_(valid) {}
+  int32_t IsValid() const override { return valid_; }
+  int32_t IsReading() const override { return 1; }
+  int32_t Read(char* buffer, int32_t count) override {
+    int32_t n = int32_t(std::min<size_t>(size_t(count), bytes_.size() - at_));
+    std::copy_n(bytes_.data() + at_, n, buffer);
+    at_ += size_t(n);
+    return n;
+  }
+  int32_t Write(const char*, int32_t) override { return 0; }
+
+ private:
+  std::string bytes_;
+  size_t at_ = 0;
+  int32_t valid_;
+};
+
+// A stream that never ends, without holding its bytes.
+class EndlessStream : public KeltoSwatchbookStream {
+ public:
+  int32_t IsValid() const override { return 1; }
+  int32_t IsReading() const override { return 1; }
+  int32_t Read(char*, int32_t count) override { return count; }
+  int32_t Write(const char*, int32_t) override { return 0; }
+};
+
+int32_t Parse(const std::string& bytes, VantorSwatchBook& book, int32_t flags = 0) {
+  MemoryStream stream(bytes);
+  return book.ParseSXF(stream, flags);
+}
+
+int32_t Check(const std::string& bytes, int32_t* unknown = nullptr) {
+  MemoryStream stream(bytes);
+  int32_t count = -1;
+  int32_t result = KB::CheckSXF(stream, count);
+  if (unknown) *unknown = count;
+  return result;
+}
+
+std::string Utf8(const XMLString& s) {
+  std::vector<unsigned char> out(size_t(s.GetUTF8(nullptr)));
+  s.GetUTF8(out.data());
+  return std::string(reinterpret_cast<char*>(out.data()));
+}
+
+std::string Header(uint32_t count) {
+  std::string h = "SXFF";
+  h += std::string("\x00\x01\x00\x00", 4);
+  for (int shift = 24; shift >= 0; shift -= 8) h.push_back(char(count >> shift & 0xFF));
+  return h;
+}
+
+TEST(SXFHeader, ResultCodes) {
+  VantorSwatchBook book;
+  book.SetSwatchName(book.AddSwatch(-1), XMLString("kept"));
+  EXPECT_EQ(Parse("", book), 5);
+  EXPECT_EQ(Parse("SXF", book), 5);
+  EXPECT_EQ(Parse(Sxf(R"({"signature": "SXFG"})"), book), 3);
+  EXPECT_EQ(Parse(Sxf(R"({"major": 2})"), book), 4);
+  EXPECT_EQ(Parse(Header(0).substr(0, 8), book), 5);
+  EXPECT_EQ(Parse(Header(0).substr(0, 11), book), 5);
+  EXPECT_EQ(Parse(Header(10001), book), 6);
+  MemoryStream invalid(Header(0), 0);
+  EXPECT_EQ(book.ParseSXF(invalid, 0), 1);
+  EXPECT_EQ(Parse(std::string(300000, 'x'), book), 3);  // read whole across several chunks
+  // None of these touched the book.
+  int32_t unused = 0;
+  EXPECT_EQ(book.CountSwatchGroups(unused), 1);
+  EXPECT_EQ(book.GetNumFormats(), 4);
+  EXPECT_TRUE(book.GetSwatchName(0, 0) == XMLString("kept"));
+
+  for (const std::string& bad : {std::string(), std::string("SXF"), Sxf(R"({"signature": "FFXS"})"),
+                                 Sxf(R"({"major": 0})"), Header(10001), Header(3)})
+    EXPECT_EQ(Check(bad), 0);
+  MemoryStream invalidCheck(Header(0), 0);
+  int32_t unknown = -1;
+  EXPECT_EQ(KB::CheckSXF(invalidCheck, unknown), 0);
+  EXPECT_EQ(unknown, 0);
+}
+
+TEST(SXFHeader, EmptyBookAndMinorVersion) {
+  VantorSwatchBook book;
+  book.AddSwatch(-1);
+  EXPECT_EQ(Check(Header(0)), 1);
+  EXPECT_EQ(Parse(Header(0) + "trailing bytes are ignored", book), 0);
+  int32_t unused = 0;
+  EXPECT_EQ(book.CountSwatchGroups(unused), 0);  // emptied, formats included
+  EXPECT_EQ(book.GetNumFormats(), 0);
+  EXPECT_EQ(book.GetNumSwatches(), 1);  // the store keeps its count
+  EXPECT_EQ(Parse(Sxf(R"({"minor": 65535})"), book), 0);
+}
+
+// Loading stops at the 256 MiB cap on the file buffer (slow: it really
+// fills the buffer up to the cap). Check loads through the same heap.
+TEST(SXFHeader, StreamTooLargeToLoad) {
+  VantorSwatchBook book;
+  book.AddSwatch(-1);
+  EndlessStream endless;
+  EXPECT_EQ(book.ParseSXF(endless, 0), 1);
+  int32_t unused = 0;
+  EXPECT_EQ(book.CountSwatchGroups(unused), 1);
+}
+
+TEST(SXFBlocks, CountLimits) {
+  std::string blocks;
+  for (int i = 0; i < 10000; ++i) blocks += std::string("\xC0\x02\x00\x00\x00\x00", 6);
+  VantorSwatchBook book;
+  EXPECT_EQ(Check(Header(10000) + blocks), 1);
+  EXPECT_EQ(Parse(Header(10000) + blocks, book), 0);
+  EXPECT_EQ(Check(Header(10001) + blocks + blocks.substr(0, 6)), 0);
+  EXPECT_EQ(Parse(Header(10001) + blocks + blocks.substr(0, 6), book), 6);
+}
+
+TEST(SXFBlocks, LastBlockBoundaries) {
+  const char* exact = R"({"blocks": [{"group": "G"}, {"blockType": 77, "raw": "010203"}]})";
+  VantorSwatchBook book;
+  EXPECT_EQ(Check(Sxf(exact)), 1);
+  EXPECT_EQ(Parse(Sxf(exact), book), 0);
+
+  std::string shortByOne = Sxf(exact);
+  shortByOne.pop_back();
+  EXPECT_EQ(Check(shortByOne), 0);
+  EXPECT_EQ(Parse(shortByOne, book), 5);
+
+  const char* longer = R"({"blocks": [{"blockType": 77, "raw": "010203", "length": 4}]})";
+  EXPECT_EQ(Check(Sxf(longer)), 0);
+  EXPECT_EQ(Parse(Sxf(longer), book), 5);
+  const char* huge = R"({"blocks": [{"blockType": 77, "raw": "", "length": 4294967295}]})";
+  EXPECT_EQ(Check(Sxf(huge)), 0);
+  EXPECT_EQ(Parse(Sxf(huge), book), 5);
+
+  // Too few blocks for the count: the header promises more.
+  EXPECT_EQ(Check(Sxf(R"({"blockCount": 2, "blocks": [{"groupEnd": true}]})")), 0);
+  EXPECT_EQ(Check(Header(1) + std::string("\xC0", 1)), 0);
+  EXPECT_EQ(Parse(Header(1) + std::string("\xC0\x02\x00\x00", 4), book), 5);
+}
+
+TEST(SXFBlocks, UnknownBlocksAndModels) {
+  const char* json = R"({"blocks": [
+      {"blockType": 3, "raw": "ffff"},
+      {"swatch": "Six inks", "model": "HEXA", "values": [0, 0.5, 1, 0, 0, 0]},
+      {"blockType": 49155, "raw": ""},
+      {"swatch": "After", "model": "RGB ", "values": [0.25, 0.5, 0.75], "extra": "0102030405"}]})";
+  int32_t unknown = 0;
+  EXPECT_EQ(Check(Sxf(json), &unknown), 1);
+  EXPECT_EQ(unknown, 2);
+  VantorSwatchBook book;
+  ASSERT_EQ(Parse(Sxf(json), book), 0);
+  EXPECT_EQ(book.GetNumFormats(), 1);  // the unknown model made no format
+  EXPECT_EQ(book.CountSwatchesInActiveGroup(), 1);
+  EXPECT_EQ(Utf8(book.GetSwatchName(0, 0)), "After");
+  double v[3];
+  ASSERT_EQ(book.GetColorValues(0, 0, v), 1);
+  EXPECT_EQ(v[2], 0.75);
+}
+
+TEST(SXFColours, FormatsValuesAndClamps) {
+  const char* json = R"({"blocks": [
+      {"swatch": "A", "model": "RGB ", "values": [1.5, -0.2, 0.5]},
+      {"swatch": "B", "model": "RGB ", "values": [0.1, 0.2, 0.3]},
+      {"swatch": "C", "model": "LAB ", "values": [0.5, -200, 300]},
+      {"swatch": "D", "model": "LAB ", "values": [1.2, 12.5, -128]},
+      {"swatch": "E", "model": "CMYK", "values": [0, 0.25, 2, -1]},
+      {"swatch": "F", "model": "Gray", "values": [0.5]}]})";
+  VantorSwatchBook book;
+  ASSERT_EQ(Parse(Sxf(json), book), 0);
+  ASSERT_EQ(book.GetNumFormats(), 4);  // one per model, in order of first use
+  EXPECT_EQ(book.GetFormatColorSpace(0), KB::kColorSpaceRGB);
+  EXPECT_EQ(book.GetFormatColorSpace(1), KB::kColorSpaceLAB);
+  EXPECT_EQ(book.GetFormatColorSpace(2), KB::kColorSpaceCMYK);
+  EXPECT_EQ(book.GetFormatColorSpace(3), KB::kColorSpaceGray);
+  EXPECT_EQ(book.GetFormatEncoding(3), KB::kEncodingDouble);
+  struct Expect {
+    int32_t format;
+    std::vector<double> values;
+  } expected[] = {{0, {1.0, 0.0, 0.5}},       {0, {double(0.1f), double(0.2f), double(0.3f)}},
+                  {1, {50.0, -128.0, 128.0}}, {1, {100.0, 12.5, -128.0}},
+                  {2, {0.0, 0.25, 1.0, 0.0}}, {3, {0.5}}};
+  for (int32_t s = 0; s < 6; ++s) {
+    double v[4] = {-9, -9, -9, -9};
+    ASSERT_EQ(book.GetColorValues(s, expected[s].format, v), 1) << s;
+    for (size_t i = 0; i < expected[s].values.size(); ++i)
+      EXPECT_EQ(v[i], expected[s].values[i]) << "swatch " << s << " value " << i;
+  }
+}
+
+TEST(SXFColours, TintsAndTypeWords) {
+  const char* json = R"({"blocks": [
+      {"swatch": "t0", "model": "Gray", "values": [0], "type": 0, "tint": 0.25},
+      {"swatch": "t1", "model": "Gray", "values": [0], "type": 1},
+      {"swatch": "t2", "model": "Gray", "values": [0], "type": 2},
+      {"swatch": "t3", "model": "Gray", "values": [0], "type": 3},
+      {"swatch": "high", "model": "Gray", "values": [0], "type": 65532}]})";
+  VantorSwatchBook book;
+  ASSERT_EQ(Parse(Sxf(json), book), 0);
+  const KB::SwatchType types[] = {KB::kSwatchTypeProcess, KB::kSwatchTypeSpot,
+                                  KB::kSwatchTypeProcessUntinted, KB::kSwatchTypeSpot,
+                                  KB::kSwatchTypeProcess};
+  for (int32_t s = 0; s < 5; ++s) EXPECT_EQ(book.GetSwatchType(s), types[s]) << s;
+  uint32_t flag = 0;
+  EXPECT_EQ(book.GetSwatchTint(0, flag), 0.25);
+  EXPECT_EQ(book.GetSwatchTint(1, flag), 0.0);
+}
+
+TEST(SXFNames, DisplayTextAfterKeyPaths) {
+  const char* json = R"({"blocks": [
+      {"group": "$$$/Groups/Warm=Warm"},
+      {"swatch": "$$$/Swatch/Red=Red", "model": "Gray", "values": [0], "type": 1},
+      {"swatch": "$$$ no key", "model": "Gray", "values": [0]},
+      {"swatch": "$$/Two=Two", "model": "Gray", "values": [0]},
+      {"swatch": "Cr\u00e8me \ud83c\udf89", "model": "Gray", "values": [0]},
+      {"swatch": "", "model": "Gray", "values": [0]}]})";
+  VantorSwatchBook stripped;
+  ASSERT_EQ(Parse(Sxf(json), stripped, 0), 0);
+  EXPECT_EQ(Utf8(stripped.GetSwatchGroupName(0)), "Warm");
+  EXPECT_EQ(Utf8(stripped.GetSwatchName(0, 0)), "Red");
+  EXPECT_EQ(stripped.GetSwatchType(0), KB::kSwatchTypeSpot);  // the fields after the name line up
+  EXPECT_EQ(Utf8(stripped.GetSwatchName(1, 0)), "$$$ no key");
+  EXPECT_EQ(Utf8(stripped.GetSwatchName(2, 0)), "$$/Two=Two");
+  EXPECT_EQ(Utf8(stripped.GetSwatchName(3, 0)), "Cr\xC3\xA8me \xF0\x9F\x8E\x89");
+  EXPECT_EQ(stripped.GetSwatchName(3, 0).GetFormat(), XMLString::kUTF16);
+  EXPECT_EQ(stripped.GetSwatchName(4, 0).GetLength(), 0);
+
+  VantorSwatchBook whole;
+  ASSERT_EQ(Parse(Sxf(json), whole, 1), 0);
+  EXPECT_EQ(Utf8(whole.GetSwatchGroupName(0)), "$$$/Groups/Warm=Warm");
+  EXPECT_EQ(Utf8(whole.GetSwatchName(0, 0)), "$$$/Swatch/Red=Red");
+}
+
+TEST(SXFNames, CountsAndTerminators) {
+  VantorSwatchBook book;
+  // A count larger than the data left fails the parse.
+  EXPECT_EQ(Parse(Sxf(R"({"blocks": [{"group": "abc", "nameCount": 40}]})"), book), 5);
+  EXPECT_EQ(Parse(Header(1) + std::string("\xC0\x01\x00\x00\x00\x01\x00", 7), book), 5);
+  // The text ends at its first zero unit, not at the count.
+  std::string body = std::string(
+      "\x00\x02\x00"
+      "A\x00"
+      "B\x00\x00",
+      8);
+  std::string bytes = Header(1) + std::string("\xC0\x01\x00\x00\x00\x08", 6) + body;
+  ASSERT_EQ(Parse(bytes, book), 0);
+  book.SetActiveSwatchGroup(0);
+  EXPECT_EQ(Utf8(book.GetSwatchGroupName(0)), "AB");
+  std::string early = std::string(
+      "\x00\x03\x00"
+      "A\x00\x00\x00"
+      "B",
+      8);
+  ASSERT_EQ(Parse(Header(1) + std::string("\xC0\x01\x00\x00\x00\x08", 6) + early, book), 0);
+  EXPECT_EQ(Utf8(book.GetSwatchGroupName(0)), "A");
+}
+
+std::string BigEndianUnits(const std::u16string& text, uint16_t count) {
+  std::string out{char(count >> 8), char(count & 0xFF)};
+  for (char16_t u : text) {
+    out.push_back(char(u >> 8));
+    out.push_back(char(u & 0xFF));
+  }
+  return out;
+}
+
+TEST(ReadUTF16Test, CursorAdvance) {
+  XMLString out;
+  std::string data = BigEndianUnits(u"$$$/k=Red", 10) + std::string(2, '\0') + "tail";
+  char* cur = data.data();
+  ASSERT_EQ(ReadUTF16(cur, data.data() + data.size(), out, 0), 1);
+  EXPECT_EQ(Utf8(out), "Red");
+  EXPECT_EQ(cur, data.data() + 22);  // 2 + 2 x 10, whatever the prefix
+
+  // The longest string a count can give, with its prefix.
+  std::u16string longest = u"$$$=" + std::u16string(65530, u'x');
+  std::string big = BigEndianUnits(longest, 65535) + std::string(2, '\0') + "z";
+  cur = big.data();
+  ASSERT_EQ(ReadUTF16(cur, big.data() + big.size(), out, 0), 1);
+  EXPECT_EQ(cur, big.data() + 2 + 2 * 65535);
+  EXPECT_EQ(out.Length(), 65530);
+
+  // An equals sign found past the count gives a skip of 2 x (count - used)
+  // in 17 bits: far past the data, so the cursor stops at its end.
+  std::string past = BigEndianUnits(u"$$$ab", 5) + BigEndianUnits(u"cd=e", 0).substr(2) + "xy";
+  cur = past.data();
+  char* end = past.data() + past.size();
+  ASSERT_EQ(ReadUTF16(cur, end, out, 0), 1);
+  EXPECT_EQ(cur, end);
+
+  std::string empty("\x00\x00rest", 6);
+  cur = empty.data();
+  ASSERT_EQ(ReadUTF16(cur, empty.data() + 6, out, 0), 1);
+  EXPECT_EQ(cur, empty.data() + 2);
+  EXPECT_EQ(out.GetLength(), 0);
+  cur = empty.data();
+  EXPECT_EQ(ReadUTF16(cur, empty.data() + 1, out, 0), 0);
+}
+
+TEST(SXFGroups, UnbalancedAndUngrouped) {
+  const char* json = R"({"blocks": [
+      {"groupEnd": true},
+      {"swatch": "loose", "model": "Gray", "values": [0]},
+      {"group": "First"},
+      {"swatch": "in first", "model": "Gray", "values": [0]},
+      {"groupEnd": true},
+      {"swatch": "after end", "model": "Gray", "values": [0]},
+      {"group": "Open"},
+      {"swatch": "in open", "model": "Gray", "values": [0]}]})";
+  VantorSwatchBook book;
+  ASSERT_EQ(Parse(Sxf(json), book), 0);
+  int32_t unused = 0;
+  ASSERT_EQ(book.CountSwatchGroups(unused), 3);
+  book.SetActiveSwatchGroup(0);
+  EXPECT_EQ(book.IsUngrouped(0), 1);
+  EXPECT_EQ(Utf8(book.GetSwatchName(0, 0)), "loose");
+  book.SetActiveSwatchGroup(1);
+  EXPECT_EQ(book.IsUngrouped(1), 0);
+  ASSERT_EQ(book.CountSwatchesInActiveGroup(), 2);  // a group end does not leave the group
+  EXPECT_EQ(Utf8(book.GetSwatchName(1, 0)), "after end");
+  book.SetActiveSwatchGroup(2);
+  EXPECT_EQ(Utf8(book.GetSwatchGroupName(0)), "Open");
+  EXPECT_EQ(book.GetNumSwatches(), 4);
+}
+
+TEST(SXFGroups, PartialBookAfterATruncatedBlock) {
+  const char* json = R"({"truncate": 5, "blocks": [
+      {"group": "Partial"},
+      {"swatch": "Complete", "model": "RGB ", "values": [0, 0.5, 1]},
+      {"swatch": "Cut", "model": "CMYK", "values": [0.1, 0.2, 0.3, 0.4], "type": 1, "tint": 0.5}]})";
+  VantorSwatchBook book;
+  EXPECT_EQ(Check(Sxf(json)), 0);
+  ASSERT_EQ(Parse(Sxf(json), book), 5);
+  ASSERT_EQ(book.CountSwatchesInActiveGroup(), 2);
+  EXPECT_EQ(Utf8(book.GetSwatchName(1, 0)), "Cut");
+  uint32_t flag = 0;
+  EXPECT_EQ(book.GetSwatchTint(1, flag), 0.5);
+  double v[4];
+  EXPECT_EQ(book.GetColorValues(1, 1, v), 0);  // no values were stored
+  EXPECT_EQ(book.GetColorValues(0, 0, v), 1);
+
+  // Through the host's file, as the plug-in reads it.
+  qltest::MemFile file(Sxf(json));
+  DataFilterStream stream(file.fd());
+  VantorSwatchBook fromFile;
+  EXPECT_EQ(fromFile.ParseSXF(stream, 0), 5);
+  EXPECT_EQ(fromFile.GetNumSwatches(), 2);
+}
+
+}  // namespace
