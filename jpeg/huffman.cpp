@@ -14,6 +14,10 @@
 #include <bit>
 #include <cstdlib>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace ZJPEG {
 
 namespace {
@@ -51,8 +55,20 @@ inline uint32_t ValueBits(int32_t v, uint32_t size) {
 // Bit k set when AC coefficient k (1…63) is nonzero.
 inline uint64_t NonzeroMask(const int16_t* block) {
   uint64_t mask = 0;
-  for (int k = 1; k < 64; ++k) mask |= uint64_t{block[k] != 0} << k;
-  return mask;
+#if defined(__SSE2__)
+  // Eight coefficients per compare; the byte mask of each group is its 8 bits.
+  const __m128i zero = _mm_setzero_si128();
+  for (int g = 0; g < 8; ++g) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + g * 8));
+    const __m128i isZero = _mm_cmpeq_epi16(v, zero);
+    const uint32_t zeros =
+        static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(isZero, isZero)));
+    mask |= uint64_t{~zeros & 0xFFu} << (g * 8);
+  }
+#else
+  for (int k = 0; k < 64; ++k) mask |= uint64_t{block[k] != 0} << k;
+#endif
+  return mask & ~uint64_t{1};  // the DC term is coded apart
 }
 
 inline bool HasFFByte(uint32_t w) {
