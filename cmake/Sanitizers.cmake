@@ -5,3 +5,9 @@ if(QL_SANITIZE)
                       -fno-sanitize-recover=undefined)
   add_link_options(-fsanitize=address,undefined)
 endif()
+
+# Fuzzing builds instrument every library for coverage, not only the fuzz
+# targets themselves.
+if(QL_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
