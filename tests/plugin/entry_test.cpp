@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <cstddef>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -271,6 +272,31 @@ TEST_F(EntryTest, UnusableThumbnailsAreRefusedAtBothReadSelectors) {
     EXPECT_EQ(s.Call(pixmere::kSelectorReadContinue), pixmere::kResultCannotRead) << contents;
     EXPECT_TRUE(s.AdvanceCalls().empty());
   }
+}
+
+TEST(RecordLayout, FieldsInOrderWithMisalignedWords) {
+  // The plug-in-visible fields lie in the host's order, and the record keeps
+  // 2-byte packing: these words start at addresses that are 2 modulo 4.
+  const auto& fields = pxhost::RecordFields();
+  for (size_t k = 1; k < fields.size(); ++k)
+    EXPECT_GT(fields[k].offset, fields[k - 1].offset) << fields[k].name;
+  qltest::MemFile file(VectorFile(3, 2));
+  HostSession s(&PluginMain, file.fd(), SessionOptions{FourCC("EPSF"), true, {}, false});
+  auto address = [&](size_t offset) {
+    return (reinterpret_cast<uintptr_t>(&s.Record()) + offset) % 4;
+  };
+  for (size_t offset :
+       {offsetof(pixmere::FormatRecord, dataForkRef), offsetof(pixmere::FormatRecord, rowStride),
+        offsetof(pixmere::FormatRecord, planeStride), offsetof(pixmere::FormatRecord, fileType),
+        offsetof(pixmere::FormatRecord, clearedPairA), offsetof(pixmere::FormatRecord, xmpHandle)})
+    EXPECT_EQ(address(offset), 2u) << offset;
+  // Written and read back through those addresses by a whole read.
+  ASSERT_EQ(s.Call(pixmere::kSelectorReadContinue), 0);
+  auto written = Written(s);
+  EXPECT_EQ(written.at("rowStride"), 9);
+  EXPECT_EQ(written.at("planeStride"), 1);
+  EXPECT_EQ(written.at("clearedPairA"), 0);
+  EXPECT_EQ(written.at("clearedPairB"), 0);
 }
 
 TEST(ResultHelpers, FirstErrorWins) {
