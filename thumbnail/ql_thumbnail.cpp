@@ -56,8 +56,21 @@ uint8_t HexPair(char high, char low) {
 
 }  // namespace
 
+namespace {
+
+// Bytes of a width x height RGB image, or -1 when either side is below 1 or
+// so large that the product could not fit any buffer (checked side by side
+// first, so the multiplication never overflows).
+int64_t RgbBytes(int32_t width, int32_t height, int32_t limit) {
+  if (width < 1 || height < 1 || width > limit || height > limit) return -1;
+  return int64_t(width) * height * 3;
+}
+
+}  // namespace
+
 bool ThumbnailFits(int32_t width, int32_t height) {
-  return width >= 1 && height >= 1 && int64_t(width) * height * 3 <= kThumbnailBufferBytes;
+  int64_t bytes = RgbBytes(width, height, kThumbnailBufferBytes);
+  return bytes >= 0 && bytes <= kThumbnailBufferBytes;
 }
 
 QLThumbnail::QLThumbnail(int32_t fileRef) : fileRef_(fileRef) {
@@ -180,8 +193,8 @@ int32_t QLThumbnail::ReadImageData(int32_t /*count*/, int32_t bitsPerPixel, int3
   if (runLength) bufPtr = 6;
 
   // Nothing is written at or past total, and total never exceeds the buffer.
-  int64_t total = int64_t(width) * height * 3;
-  if (width < 1 || height < 1 || total > bufferSize) return 0;
+  int64_t total = RgbBytes(width, height, bufferSize);
+  if (total < 0 || total > bufferSize) return 0;
   int32_t i = 0;
   auto emit = [&](uint8_t code) {
     if (table) {

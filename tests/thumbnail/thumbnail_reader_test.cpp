@@ -130,6 +130,10 @@ TEST(ThumbnailData, OversizeImagesAreRefusedBeforeDecoding) {
   EXPECT_EQ(Decode(Block("129 128 24", "%00")).ok, 0);
   EXPECT_EQ(Decode(Block("0 5 24", "%00")).ok, 0);
   EXPECT_EQ(Decode(Block("128 128 24", std::string(128 * 128 * 6, '0'))).ok, 1);
+  // Sides whose product overflows 64 bits once tripled (a fuzz finding).
+  EXPECT_EQ(Decode(Block("2000000000 2000000000 24", "%00")).ok, 0);
+  EXPECT_FALSE(ThumbnailFits(2000000000, 2000000000));
+  EXPECT_FALSE(ThumbnailFits(16384, 1));
 }
 
 TEST(ThumbnailHeader, BeginDataMayBeALeadingPartOfTheKeyword) {
