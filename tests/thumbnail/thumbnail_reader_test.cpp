@@ -133,7 +133,8 @@ TEST(ThumbnailData, OversizeImagesAreRefusedBeforeDecoding) {
   // Sides whose product overflows 64 bits once tripled (a fuzz finding).
   EXPECT_EQ(Decode(Block("2000000000 2000000000 24", "%00")).ok, 0);
   EXPECT_FALSE(ThumbnailFits(2000000000, 2000000000));
-  EXPECT_FALSE(ThumbnailFits(16384, 1));
+  EXPECT_TRUE(ThumbnailFits(16384, 1));  // exactly the buffer
+  EXPECT_FALSE(ThumbnailFits(16385, 1));
 }
 
 TEST(ThumbnailHeader, BeginDataMayBeALeadingPartOfTheKeyword) {
