@@ -175,6 +175,16 @@ XMLString::XMLString(const XMLString& other) {
   if (SetData(other.length_, other.data_)) format_ = other.format_;
 }
 
+XMLString::XMLString(XMLString&& other) noexcept
+    : format_(other.format_),
+      data_(other.data_),
+      length_(other.length_),
+      capacity_(other.capacity_) {
+  other.format_ = kUTF8;
+  other.data_ = nullptr;
+  other.length_ = other.capacity_ = 0;
+}
+
 XMLString::~XMLString() {
   if (capacity_ >= 0) delete[] data_;
 }

@@ -14,6 +14,9 @@ class XMLString {
   XMLString(int32_t size, const char* serialized);
   XMLString(const char* text);  // NOLINT: ASCII literals convert implicitly
   XMLString(const XMLString& other);
+  // Takes over the other's bytes (books move swatches when their lists grow).
+  // Assignment always copies, so a reassigned string keeps its own buffer.
+  XMLString(XMLString&& other) noexcept;
   ~XMLString();
 
   // A string that shows bytes it does not own: it never frees them and

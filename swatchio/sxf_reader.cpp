@@ -114,18 +114,26 @@ int32_t ReadColorEntry(KeltoSwatchbook& book, char*& cur, char* end, uint16_t ty
   int32_t n = book.GetFormatNumChannels(format);
   if (n < 0) n = 0;
   if (n > (end - cur) / 4) return kResultTruncated;
-  std::vector<double> values(size_t(n < 4 ? 4 : n), 0.0);
+  // Four doubles hold every known model; a book with wider formats gets a
+  // buffer of its own.
+  double fixed[4] = {0, 0, 0, 0};
+  std::vector<double> wide;
+  double* values = fixed;
+  if (n > 4) {
+    wide.assign(size_t(n), 0.0);
+    values = wide.data();
+  }
   bool lab = kModels[m].space == KeltoSwatchbook::kColorSpaceLAB;
   for (int32_t i = 0; i < n; ++i, cur += 4) {
     double v = GetFloat(cur);
     if (!lab)
-      values[size_t(i)] = Clamp(v, 0.0, 1.0);
+      values[i] = Clamp(v, 0.0, 1.0);
     else if (i == 0)
       values[0] = Clamp(v * 100.0, 0.0, 100.0);  // files hold L as 0-1
     else
-      values[size_t(i)] = Clamp(v, -128.0, 128.0);
+      values[i] = Clamp(v, -128.0, 128.0);
   }
-  book.AddColorValues(swatch, format, static_cast<const double*>(values.data()));
+  book.AddColorValues(swatch, format, static_cast<const double*>(values));
   if (2 > end - cur) return kResultTruncated;
   book.SetSwatchType(swatch, MapType(Get16(cur)));
   cur += 2;
