@@ -100,9 +100,6 @@ TEST(FormatTable, RowsIDsAndStrings) {
   EXPECT_EQ(book.SetFormatColorSpace(row, KB::kColorSpaceNone), 1);
   EXPECT_EQ(book.GetFormatNumChannels(row), 6);   // None has no count of its own
   EXPECT_EQ(book.SetFormatNumChannels(1, 2), 0);  // RGB fixes its count
-  EXPECT_EQ(book.SetFormatEncoding(row, KB::Encoding(0)), 0);
-  EXPECT_EQ(book.SetFormatEncoding(9, KB::kEncoding8Bit), 0);
-  EXPECT_EQ(book.GetFormatEncoding(9), 0);
 
   EXPECT_TRUE(book.GetFormatID(2, 1) == XMLString("2"));
   EXPECT_EQ(book.GetFormatID(2, 0).GetLength(), 0);
@@ -118,9 +115,6 @@ TEST(FormatTable, RowsIDsAndStrings) {
   EXPECT_EQ(book.GetFormatColorSpaceString(0, 1).GetLength(), 0);  // Gray has no default
   book.SetFormatColorSpaceString(2, XMLString("CIELAB D50"));
   EXPECT_TRUE(book.GetFormatColorSpaceString(2, 1) == XMLString("CIELAB D50"));
-  book.SetFormatCondition(0, XMLString("coated"));
-  EXPECT_TRUE(book.GetFormatCondition(0) == XMLString("coated"));
-  EXPECT_EQ(book.GetFormatCondition(-1).GetLength(), 0);
 }
 
 TEST(BestFormat, RanksSpacesThenEncodings) {
@@ -181,9 +175,6 @@ TEST(SwatchNames, PrefixPostfixAndSearch) {
   coated.Add("Red 032 C");
   EXPECT_EQ(coated.FindSwatchByName(XMLString("Red 032 CVC"), 1, 1), 0);
   EXPECT_EQ(coated.FindSwatchByName(XMLString("Red 032 CVC"), 1, 0), -1);
-  NamedBook uncoated("", "", 3005);
-  uncoated.Add("Red 032 U");
-  EXPECT_EQ(uncoated.FindSwatchByName(XMLString("Red 032 CVU"), 1, 1), 0);
 
   VantorSwatchBook plain;  // no affixes: names are found as they are
   EXPECT_TRUE(plain.RemovePrefixPostfix(XMLString("x")) == XMLString("x"));
@@ -240,9 +231,6 @@ TEST(VantorStore, SwatchFields) {
   EXPECT_EQ(flag, 1u);
   EXPECT_EQ(book.GetSwatchName(5, 0).GetLength(), 0);
   EXPECT_EQ(book.SetSwatchName(5, XMLString("x")), 1);  // a bad index changes nothing
-  EXPECT_EQ(book.SetSwatchCode(s, XMLString("x")), 1);
-  EXPECT_EQ(book.GetSwatchCode(s).GetLength(), 0);
-  EXPECT_EQ(book.GetBookID(), -1);
   int32_t formats[4];
   EXPECT_EQ(book.GetSwatchFormats(42, formats), 4);
   EXPECT_EQ(formats[2], 2);

@@ -211,9 +211,6 @@ TEST(XMLStringConversion, TerminatorsAndEmptySources) {
   std::memset(out, 0xAA, sizeof out);
   EXPECT_EQ(XMLString("a\xE9").ConvertOrMeasureString(XMLString::kUTF8, out, 1), 3);
   EXPECT_EQ(std::string(reinterpret_cast<char*>(out), 3), std::string("a\x7F\0", 3));
-  EXPECT_EQ(XMLString("ab").ConvertOrMeasureString(XMLString::kUTF16, nullptr, 1), 6);
-  EXPECT_EQ(Utf16(u"a\u00E9").ConvertOrMeasureString(XMLString::kASCII, out, 0), 2);
-  EXPECT_EQ(out[1], 0x7F);
 }
 
 TEST(XMLStringSetData, AllocationSizes) {
@@ -224,11 +221,6 @@ TEST(XMLStringSetData, AllocationSizes) {
   XMLString reassigned("abcd");
   reassigned = XMLString("0123456789");
   EXPECT_EQ(reassigned.GetCapacity(), 266);  // 256 bytes of slack on reassignment
-  const char* buffer = reassigned.GetData();
-  reassigned = "short";
-  EXPECT_EQ(reassigned.GetData(), buffer);
-  EXPECT_EQ(reassigned.GetCapacity(), 266);
-  EXPECT_EQ(Bytes(reassigned), "short");
 }
 
 TEST(XMLStringSetData, ReadOnlyStringsRefuseChanges) {

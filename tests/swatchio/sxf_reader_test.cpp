@@ -88,7 +88,6 @@ TEST(SXFHeader, ResultCodes) {
   EXPECT_EQ(Parse(Header(10001), book), 6);
   MemoryStream invalid(Header(0), 0);
   EXPECT_EQ(book.ParseSXF(invalid, 0), 1);
-  EXPECT_EQ(Parse(std::string(300000, 'x'), book), 3);  // read whole across several chunks
   // None of these touched the book.
   int32_t unused = 0;
   EXPECT_EQ(book.CountSwatchGroups(unused), 1);
@@ -157,7 +156,6 @@ TEST(SXFBlocks, LastBlockBoundaries) {
 
   // Too few blocks for the count: the header promises more.
   EXPECT_EQ(Check(Sxf(R"({"blockCount": 2, "blocks": [{"groupEnd": true}]})")), 0);
-  EXPECT_EQ(Check(Header(1) + std::string("\xC0", 1)), 0);
   EXPECT_EQ(Parse(Header(1) + std::string("\xC0\x02\x00\x00", 4), book), 5);
 }
 
