@@ -21,6 +21,7 @@
 #include "sdk/host_types.h"
 #include "swatchbook/kelto_swatchbook.h"
 #include "xmp/host_binding.h"
+#include "xmp/page_internals.h"
 #include "xmp/toolkit.h"
 
 namespace {
@@ -40,10 +41,6 @@ uint8_t ChannelByte(double v) {
   if (v < -32768.0) v = -32768.0;
   return uint8_t(uint16_t(int16_t(v)));
 }
-
-struct Rgb {
-  uint8_t r, g, b;
-};
 
 // Converts one colour to display RGB through the host colour engine. The
 // engine's float output is not clipped, so it is clamped here.
@@ -76,7 +73,11 @@ bool ConvertToDisplay(KeltoSwatchbook::ColorSpace space, const double* v, float 
   return ok;
 }
 
-Rgb ChipColour(KeltoSwatchbook::ColorSpace space, const double* v, double tint) {
+}  // namespace
+
+namespace xmppages {
+
+ChipRgb ChipColour(KeltoSwatchbook::ColorSpace space, const double* v, double tint) {
   double k = 1.0 - tint;
   if (space == KeltoSwatchbook::kColorSpaceRGB) {
     auto blend = [&](double value) {
@@ -91,6 +92,25 @@ Rgb ChipColour(KeltoSwatchbook::ColorSpace space, const double* v, double tint) 
           ChannelByte(k * out[2] * 255.0)};
 }
 
+void DrawChip(unsigned char* raster, int32_t x, int32_t y, ChipRgb colour) {
+  ChipRgb stored =
+      std::endian::native == std::endian::little ? ChipRgb{colour.b, colour.g, colour.r} : colour;
+  for (int32_t row = 0; row < kChipSide; ++row) {
+    unsigned char* p = raster + size_t(y + row) * kPagePitch + size_t(x) * 3;
+    for (int32_t col = 0; col < kChipSide; ++col, p += 3) {
+      bool ring = row == 0 || col == 0 || row == kChipSide - 1 || col == kChipSide - 1;
+      ChipRgb c = ring ? ChipRgb{0, 0, 0} : stored;
+      p[0] = c.r;
+      p[1] = c.g;
+      p[2] = c.b;
+    }
+  }
+}
+
+}  // namespace xmppages
+
+namespace {
+
 bool Supported(KeltoSwatchbook::ColorSpace space) {
   return space == KeltoSwatchbook::kColorSpaceGray || space == KeltoSwatchbook::kColorSpaceRGB ||
          space == KeltoSwatchbook::kColorSpaceCMYK || space == KeltoSwatchbook::kColorSpaceLAB;
@@ -102,7 +122,6 @@ class PageWriter {
     xmpNS_ = xmptk::NamespaceURI("xmp");
     tpgNS_ = xmptk::NamespaceURI("xmpTPg");
     imgNS_ = xmptk::NamespaceURI("xmpGImg");
-    swapRedBlue_ = std::endian::native == std::endian::little;
     Clear();
     meta_.AppendArrayItem(xmpNS_, "PageInfo", xmptk::kXMP_PropArrayIsOrdered, nullptr,
                           xmptk::kXMP_PropValueIsStruct);
@@ -110,18 +129,8 @@ class PageWriter {
 
   void Clear() { std::memset(raster_.data(), 0xFF, raster_.size()); }
 
-  void DrawChip(int32_t x, int32_t y, Rgb colour) {
-    Rgb stored = swapRedBlue_ ? Rgb{colour.b, colour.g, colour.r} : colour;
-    for (int32_t row = 0; row < kChipSide; ++row) {
-      unsigned char* p = raster_.data() + size_t(y + row) * kPagePitch + size_t(x) * 3;
-      for (int32_t col = 0; col < kChipSide; ++col, p += 3) {
-        bool ring = row == 0 || col == 0 || row == kChipSide - 1 || col == kChipSide - 1;
-        Rgb c = ring ? Rgb{0, 0, 0} : stored;
-        p[0] = c.r;
-        p[1] = c.g;
-        p[2] = c.b;
-      }
-    }
+  void DrawChip(int32_t x, int32_t y, xmppages::ChipRgb colour) {
+    xmppages::DrawChip(raster_.data(), x, y, colour);
   }
 
   // Writes the page as xmp:PageInfo[n]. Only the first item is appended;
@@ -151,7 +160,6 @@ class PageWriter {
   const char* xmpNS_;
   const char* tpgNS_;
   const char* imgNS_;
-  bool swapRedBlue_;
 };
 
 }  // namespace
@@ -218,7 +226,7 @@ void WriteThumbnailPages(KeltoSwatchbook& book, xmptk::XMPMeta& meta) {
       double values[4] = {0, 0, 0, 0};
       book.GetColorValues(s, format, values);
       uint32_t flag = 0;
-      pages.DrawChip(x, y, ChipColour(space, values, book.GetSwatchTint(s, flag)));
+      pages.DrawChip(x, y, xmppages::ChipColour(space, values, book.GetSwatchTint(s, flag)));
       if (s != swatches - 1) {
         x += kChipSide;
         if (x + kChipSide > kPageSide) {
