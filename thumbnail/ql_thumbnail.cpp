@@ -99,11 +99,15 @@ int32_t QLThumbnail::ScanForString(const char* text) {
   bufPtr = kScanBytes;
   for (;;) {
     if (!ReloadBuffer(buffer1, kScanBytes, bufPtr)) return 0;
+    // The first character decides almost every position: jump between its
+    // occurrences and compare only there.
     for (bufPtr = 0; bufPtr <= kLastSearchPos; ++bufPtr) {
-      // The first character decides almost every position; test it before
-      // calling the general comparison.
-      if (buffer1[bufPtr] == text[0] && EqualString(text, buffer1 + bufPtr)) return 1;
+      const void* hit = std::memchr(buffer1 + bufPtr, text[0], size_t(kLastSearchPos + 1 - bufPtr));
+      if (hit == nullptr) break;
+      bufPtr = int32_t(static_cast<const char*>(hit) - buffer1);
+      if (EqualString(text, buffer1 + bufPtr)) return 1;
     }
+    bufPtr = kLastSearchPos + 1;
   }
 }
 
