@@ -15,7 +15,7 @@ using File = std::unique_ptr<FILE, int (*)(FILE*)>;
 
 // Images this large are refused on input: tools and tests never need more, and
 // a hostile header must not size an allocation.
-constexpr int64_t kMaxPixels = int64_t(1) << 28;
+constexpr int64_t kMaxPixels = int64_t(1) << 30;
 
 bool EndsWith(const std::string& s, const char* suffix) {
   size_t n = std::strlen(suffix);
