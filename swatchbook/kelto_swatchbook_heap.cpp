@@ -166,13 +166,15 @@ int32_t KeltoSwatchbookHeap::InflateFromStream(KeltoSwatchbookStream& stream) {
     total += got;
     count_ = total;
     if (got < chunk) return 1;
+    if (chunk <= allocated_ - total) continue;  // the next read still fits
     // The block doubles rather than growing by one chunk, so a long file
-    // costs linear copying; past kMaxBlockBytes the growth fails and the
-    // file is refused.
+    // costs linear copying, not a copy of everything read so far per chunk;
+    // past kMaxBlockBytes the growth fails and the file is refused.
     if (!InsertDataInternal(total, std::max(growBy_, total))) {
       count_ = 0;
       RemoveExtraStorage();
       return 0;
     }
+    count_ = total;
   }
 }

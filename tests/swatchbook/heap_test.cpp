@@ -17,6 +17,7 @@ class PatternStream : public KeltoSwatchbookStream {
   int32_t IsReading() const override { return reading_; }
   int32_t Read(char* buffer, int32_t count) override {
     ++reads;
+    if (buffer - at_ != base_) ++blocks, base_ = buffer - at_;
     int32_t n = int32_t(std::min<int64_t>(count, size_ - at_));
     for (int32_t i = 0; i < n; ++i) buffer[i] = char((at_ + i) % 251);
     at_ += n;
@@ -24,8 +25,10 @@ class PatternStream : public KeltoSwatchbookStream {
   }
   int32_t Write(const char*, int32_t) override { return 0; }
   int reads = 0;
+  int blocks = 0;  // distinct blocks the heap read into
 
  private:
+  const char* base_ = nullptr;
   int64_t size_;
   int64_t at_ = 0;
   bool reading_;
@@ -100,6 +103,13 @@ TEST(KeltoSwatchbookHeapTest, InflateFromStream) {
   bool same = true;
   for (int64_t i = 0; i < size; ++i) same = same && data[i] == char(i % 251);
   EXPECT_TRUE(same);
+
+  // 1024 chunks move the block about log2(1024) times, not once per chunk.
+  KeltoSwatchbookHeap large(1, 65536, 65536);
+  PatternStream big(int64_t(64) << 20);
+  ASSERT_EQ(large.InflateFromStream(big), 1);
+  EXPECT_EQ(large.GetSize(), int64_t(64) << 20);
+  EXPECT_LE(big.blocks, 12);
 
   PatternStream closed(10, false);
   EXPECT_EQ(several.InflateFromStream(closed), 0);
