@@ -9,6 +9,7 @@
 
 #include "swatchbook/vantor_swatch_book.h"
 #include "swatchio/sxf_reader.h"
+#include "tests/support/memory_stream.h"
 #include "tools/sxfwrite/sxf_writer.h"
 
 namespace {
@@ -48,29 +49,11 @@ const Book& MixedBook() {
   return book;
 }
 
-class MemoryStream : public KeltoSwatchbookStream {
- public:
-  explicit MemoryStream(const std::string& bytes) : bytes_(bytes) {}
-  int32_t IsValid() const override { return 1; }
-  int32_t IsReading() const override { return 1; }
-  int32_t Read(char* buffer, int32_t count) override {
-    size_t n = std::min(size_t(count), bytes_.size() - at_);
-    std::memcpy(buffer, bytes_.data() + at_, n);
-    at_ += n;
-    return int32_t(n);
-  }
-  int32_t Write(const char*, int32_t) override { return 0; }
-
- private:
-  const std::string& bytes_;
-  size_t at_ = 0;
-};
-
 void BM_ParseSXF(benchmark::State& state) {
   const Book& book = MixedBook();
   for (auto _ : state) {
     VantorSwatchBook swatches;
-    MemoryStream stream(book.bytes);
+    qltest::MemoryStream stream(book.bytes);
     int32_t result = swatches.ParseSXF(stream, 0);
     benchmark::DoNotOptimize(result);
     if (result != 0 || swatches.GetNumSwatches() != book.swatches)

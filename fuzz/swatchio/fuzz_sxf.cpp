@@ -1,33 +1,19 @@
 // Checks and parses arbitrary bytes as a swatch exchange file, with names
 // stripped and kept whole, then reads back everything the book holds.
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include "swatchbook/vantor_swatch_book.h"
 #include "swatchio/sxf_reader.h"
+#include "tests/support/memory_stream.h"
 
 namespace {
 
-class BytesStream : public KeltoSwatchbookStream {
- public:
-  BytesStream(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-  int32_t IsValid() const override { return 1; }
-  int32_t IsReading() const override { return 1; }
-  int32_t Read(char* buffer, int32_t count) override {
-    size_t n = std::min(size_t(count), size_ - at_);
-    std::copy_n(data_ + at_, n, buffer);
-    at_ += n;
-    return int32_t(n);
-  }
-  int32_t Write(const char*, int32_t) override { return 0; }
-
- private:
-  const uint8_t* data_;
-  size_t size_;
-  size_t at_ = 0;
-};
+std::string_view Bytes(const uint8_t* data, size_t size) {
+  return {reinterpret_cast<const char*>(data), size};
+}
 
 void ReadBack(VantorSwatchBook& book) {
   int32_t unused = 0;
@@ -56,12 +42,12 @@ void ReadBack(VantorSwatchBook& book) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  BytesStream checked(data, size);
+  qltest::MemoryStream checked(Bytes(data, size));
   int32_t unknown = 0;
   KeltoSwatchbook::CheckSXF(checked, unknown);
   for (int32_t flags : {0, 1}) {
     VantorSwatchBook book;
-    BytesStream parsed(data, size);
+    qltest::MemoryStream parsed(Bytes(data, size));
     book.ParseSXF(parsed, flags);
     ReadBack(book);
   }

@@ -8,38 +8,19 @@
 #include "swatchio/data_filter_stream.h"
 #include "swatchio/sxf_reader.h"
 #include "tests/support/fixture_file.h"
+#include "tests/support/memory_stream.h"
 #include "tools/sxfwrite/sxf_writer.h"
 
 namespace {
 
 using KB = KeltoSwatchbook;
+using qltest::MemoryStream;
 
 std::string Sxf(const char* json) {
   std::string bytes, error;
   EXPECT_TRUE(sxfwrite::BuildSxf(nlohmann::json::parse(json), &bytes, &error)) << error;
   return bytes;
 }
-
-// A stream over bytes in memory.
-class MemoryStream : public KeltoSwatchbookStream {
- public:
-  explicit MemoryStream(std::string bytes, int32_t valid = 1)
-      : bytes_(std::move(bytes)), valid_(valid) {}
-  int32_t IsValid() const override { return valid_; }
-  int32_t IsReading() const override { return 1; }
-  int32_t Read(char* buffer, int32_t count) override {
-    int32_t n = int32_t(std::min<size_t>(size_t(count), bytes_.size() - at_));
-    std::copy_n(bytes_.data() + at_, n, buffer);
-    at_ += size_t(n);
-    return n;
-  }
-  int32_t Write(const char*, int32_t) override { return 0; }
-
- private:
-  std::string bytes_;
-  size_t at_ = 0;
-  int32_t valid_;
-};
 
 // A stream that never ends, without holding its bytes.
 class EndlessStream : public KeltoSwatchbookStream {

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "sdk/selectors.h"
+#include "tests/support/base64.h"
 #include "tests/support/fixture_file.h"
 #include "tools/sxfwrite/sxf_writer.h"
 
@@ -22,25 +23,6 @@ bool StartToolkit() {
 
 std::string NamespaceOf(const std::string& path) {
   return xmptk::NamespaceURI(path.substr(0, path.find(':')).c_str());
-}
-
-// The toolkit's own base64 alphabet; line feeds between groups are skipped.
-std::string DecodeBase64(const std::string& text) {
-  std::string out;
-  uint32_t acc = 0;
-  int bits = 0;
-  for (char c : text) {
-    const char* alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    const char* hit = c == 0 ? nullptr : std::strchr(alphabet, c);
-    if (hit == nullptr) continue;
-    acc = acc << 6 | uint32_t(hit - alphabet);
-    bits += 6;
-    if (bits >= 8) {
-      bits -= 8;
-      out.push_back(char(acc >> bits & 0xFF));
-    }
-  }
-  return out;
 }
 
 }  // namespace
@@ -116,7 +98,7 @@ std::vector<Packet::Page> Packet::Pages() const {
     p.width = int32_t(Number(item + "xmpGImg:width"));
     p.height = int32_t(Number(item + "xmpGImg:height"));
     p.format = Text(item + "xmpGImg:format");
-    p.jpeg = DecodeBase64(Text(item + "xmpGImg:image"));
+    p.jpeg = qltest::DecodeBase64(Text(item + "xmpGImg:image"));
     jpegtest::Decode(p.jpeg, p.pixels, p.decodeError);
     pages.push_back(std::move(p));
   }
