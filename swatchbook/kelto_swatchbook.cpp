@@ -337,6 +337,16 @@ void StoreRow(KeltoSwatchbookHeap& rows, int32_t i, const FormatRow& r) {
   std::memcpy(rows.GetData(i), &r, sizeof r);
 }
 
+// Stores one of a row's texts; the old text stays in the pool (SetString
+// never frees it).
+int32_t SetRowString(KeltoSwatchbookHeap& rows, XMLStringHeap& strings, int32_t format,
+                     uint32_t FormatRow::*id, const XMLString& text) {
+  FormatRow row = LoadRow(rows, format);
+  strings.SetString(row.*id, text);
+  StoreRow(rows, format, row);
+  return 1;
+}
+
 }  // namespace
 
 void KeltoSwatchbookFormat::Clear() {
@@ -430,24 +440,15 @@ int32_t KeltoSwatchbookFormat::SetFormatNumChannels(int32_t format, int32_t chan
 
 int32_t KeltoSwatchbookFormat::SetFormatCondition(int32_t format, const XMLString& condition) {
   if (!IsValidFormat(format)) return 0;
-  FormatRow row = LoadRow(rows_, format);
-  strings_.SetString(row.conditionID, condition);
-  StoreRow(rows_, format, row);
-  return 1;
+  return SetRowString(rows_, strings_, format, &FormatRow::conditionID, condition);
 }
 
 int32_t KeltoSwatchbookFormat::SetFormatColorSpaceString(int32_t format, const XMLString& text) {
   if (!IsValidFormat(format)) return 0;
-  FormatRow row = LoadRow(rows_, format);
-  strings_.SetString(row.colorSpaceStringID, text);
-  StoreRow(rows_, format, row);
-  return 1;
+  return SetRowString(rows_, strings_, format, &FormatRow::colorSpaceStringID, text);
 }
 
 int32_t KeltoSwatchbookFormat::SetFormatID(int32_t format, const XMLString& id) {
   if (!IsValidFormat(format)) return 0;
-  FormatRow row = LoadRow(rows_, format);
-  strings_.SetString(row.formatID, id);
-  StoreRow(rows_, format, row);
-  return 1;
+  return SetRowString(rows_, strings_, format, &FormatRow::formatID, id);
 }
