@@ -18,6 +18,7 @@
 #include <jpeglib.h>
 
 #include "jpeg/zjpeg.h"
+#include "tests/support/jpeg_util.h"
 
 namespace {
 
@@ -61,23 +62,13 @@ Image Noisy(int w, int h) {
   return img;
 }
 
-class StringStream : public ZJPEG::JPEGOutputStream {
- public:
-  void DumpBuffer() override {
-    bytes.append(reinterpret_cast<const char*>(buffer), count);
-    count = 0;
-  }
-  void DumpBytes(void* p, unsigned n) override { bytes.append(static_cast<const char*>(p), n); }
-  std::string bytes;
-};
-
 size_t EncodeOurs(const Image& img) {
   ZJPEG::EncoderDescription desc;
   desc.flags = 0x112;
   desc.PixmereQuality(12);
   ZJPEG::BufferRowMemoryRequester rows(img.rgb.data(), uint32_t(img.width) * 3,
                                        uint16_t(img.height));
-  StringStream out;
+  jpegtest::StringStream out;
   ZJPEG::JPEGEncoder(&rows, uint16_t(img.width), uint16_t(img.height))
       .EncodeImage(&out, desc, nullptr, 0, 4);
   out.DumpBuffer();

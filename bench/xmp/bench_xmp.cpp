@@ -24,6 +24,7 @@
 #include "sdk/selectors.h"
 #include "swatchbook/vantor_swatch_book.h"
 #include "tests/support/base64.h"
+#include "tests/support/jpeg_util.h"
 #include "tests/support/memory_stream.h"
 #include "tools/sxfwrite/sxf_writer.h"
 #include "xmp/host_binding.h"
@@ -355,17 +356,6 @@ void FloorToolkit(const Fixture& f, std::string& packet) {
   meta.SerializeToBuffer(&packet, 0, 0, "", "", 0);
 }
 
-class StringSink : public ZJPEG::JPEGOutputStream {
- public:
-  ~StringSink() override { StringSink::DumpBuffer(); }
-  void DumpBuffer() override {
-    bytes.append(reinterpret_cast<const char*>(buffer), count);
-    count = 0;
-  }
-  void DumpBytes(void* p, unsigned n) override { bytes.append(static_cast<const char*>(p), n); }
-  std::string bytes;
-};
-
 void FloorEncoder(const Fixture& f, std::string& last) {
   ZJPEG::EncoderDescription description;
   description.flags = 0x112;  // the pages' settings: interleaved RGB, baseline
@@ -373,7 +363,7 @@ void FloorEncoder(const Fixture& f, std::string& last) {
   ZJPEG::InitializeJPEGEncoder();
   for (const PageImage& p : f.pages) {
     ZJPEG::BufferRowMemoryRequester rows(p.raster.data(), uint32_t(kPagePitch), uint16_t(p.height));
-    StringSink sink;
+    jpegtest::StringStream sink;
     ZJPEG::JPEGEncoder encoder(&rows, uint16_t(p.width), uint16_t(p.height));
     encoder.EncodeImage(&sink, description, nullptr, 0, 4);
     last.swap(sink.bytes);

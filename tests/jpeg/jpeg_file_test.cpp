@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-#include "tests/jpeg/jpeg_test_util.h"
+#include "tests/support/jpeg_util.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "jpeg/dct.h"
 #include "jpeg/huffman.h"
 #include "jpeg/tables.h"
-#include "tests/jpeg/jpeg_test_util.h"
+#include "tests/support/jpeg_util.h"
 
 namespace {
 

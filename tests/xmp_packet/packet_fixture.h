@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "host/host_simulator.h"
-#include "tests/jpeg/jpeg_test_util.h"
+#include "tests/support/jpeg_util.h"
 #include "xmp/toolkit.h"
 
 namespace xmppacket {

@@ -1,4 +1,4 @@
-#include "tests/jpeg/jpeg_test_util.h"
+#include "tests/support/jpeg_util.h"
 
 #include <jpeglib.h>
 

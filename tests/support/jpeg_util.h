@@ -1,7 +1,7 @@
-// Helpers shared by the encoder tests: in-memory encoding and a strict
-// reference decode.
-#ifndef QL_TESTS_JPEG_JPEG_TEST_UTIL_H
-#define QL_TESTS_JPEG_JPEG_TEST_UTIL_H
+// JPEG helpers shared by the encoder tests, the fuzz target and the
+// benchmarks: in-memory encoding and a strict reference decode.
+#ifndef QL_TESTS_SUPPORT_JPEG_UTIL_H
+#define QL_TESTS_SUPPORT_JPEG_UTIL_H
 
 #include <cstdint>
 #include <string>
@@ -38,4 +38,4 @@ double Psnr(const Rgb& a, const Rgb& b);
 
 }  // namespace jpegtest
 
-#endif  // QL_TESTS_JPEG_JPEG_TEST_UTIL_H
+#endif  // QL_TESTS_SUPPORT_JPEG_UTIL_H
