@@ -1,6 +1,5 @@
 // pxhost as a user runs it: commands, messages and exit codes.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -14,20 +13,10 @@
 
 namespace {
 
-struct Outcome {
-  int status;
-  std::string out;  // standard output and standard error, in order
-};
+using qltest::Outcome;
 
 Outcome Pxhost(const std::string& args) {
-  std::string command = std::string(QL_PXHOST) + " " + args + " 2>&1";
-  FILE* p = popen(command.c_str(), "r");
-  Outcome r{-1, {}};
-  char buf[4096];
-  for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) r.out.append(buf, n);
-  int status = pclose(p);
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return r;
+  return qltest::Shell(std::string(QL_PXHOST) + " " + args);
 }
 
 pxhost::RgbImage Checker(int w, int h) {

@@ -1,8 +1,10 @@
 #include "tests/support/fixture_file.h"
 
 #include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -36,6 +38,17 @@ DiskFile::DiskFile(const std::string& name, const std::string& bytes) {
 DiskFile::~DiskFile() {
   std::error_code ec;
   std::filesystem::remove_all(dir_, ec);
+}
+
+Outcome Shell(const std::string& command) {
+  FILE* p = popen((command + " 2>&1").c_str(), "r");
+  if (p == nullptr) return {-1, {}};
+  Outcome r{-1, {}};
+  char buf[4096];
+  for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) r.out.append(buf, n);
+  int status = pclose(p);
+  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return r;
 }
 
 }  // namespace qltest

@@ -1,5 +1,6 @@
 // Test fixtures as files the host could have opened: in-memory files with a
-// real descriptor, and files on disk for code that takes a path.
+// real descriptor, and files on disk for code that takes a path; and the
+// command-line programs run on them.
 #pragma once
 
 #include <string>
@@ -32,5 +33,13 @@ class DiskFile {
   std::string dir_;
   std::string path_;
 };
+
+// What a command printed (standard output and standard error, in order) and
+// its exit status (-1 when it did not exit normally).
+struct Outcome {
+  int status;
+  std::string out;
+};
+Outcome Shell(const std::string& command);
 
 }  // namespace qltest

@@ -1,7 +1,6 @@
 // Selector 21 as the host sees it, the pxhost xmp command, and a packet read
 // by exiv2.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -94,20 +93,8 @@ TEST(XmpRequest, RefusedHandleIsCannotRead) {
   EXPECT_EQ(hostcolour::GetCounters().liveObjects, 0);
 }
 
-struct Outcome {
-  int status;
-  std::string out;  // standard output and standard error, in order
-};
-
-Outcome Shell(const std::string& command) {
-  FILE* p = popen((command + " 2>&1").c_str(), "r");
-  Outcome r{-1, {}};
-  char buf[4096];
-  for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) r.out.append(buf, n);
-  int status = pclose(p);
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return r;
-}
+using qltest::Outcome;
+using qltest::Shell;
 
 std::string ReadAll(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
