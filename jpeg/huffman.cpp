@@ -94,28 +94,27 @@ void FrameHuffman::code_size() {
       freq[i] = frequency[i] ? std::max<uint64_t>(1, uint64_t{frequency[i]} >> scale) : 0;
       others[i] = -1;
     }
-    // Symbols still to merge, in rising order: scanning them in order with
-    // "less or equal" lets the higher symbol win ties.
-    int16_t active[257];
+    // Symbols still to merge, in a heap whose front is the smallest count,
+    // the higher symbol first among equal counts: the pair a full scan with
+    // "less or equal" would pick, at log cost instead of a scan per merge.
+    int16_t heap[257];
     int live = 0;
     for (int i = 0; i < 257; ++i) {
-      if (freq[i]) active[live++] = static_cast<int16_t>(i);
+      if (freq[i]) heap[live++] = static_cast<int16_t>(i);
     }
-    for (;;) {
-      int c1 = -1, c2 = -1, p2 = -1;
-      uint64_t v = UINT64_MAX;
-      for (int p = 0; p < live; ++p) {
-        if (freq[active[p]] <= v) v = freq[active[p]], c1 = active[p];
-      }
-      v = UINT64_MAX;
-      for (int p = 0; p < live; ++p) {
-        if (freq[active[p]] <= v && active[p] != c1) v = freq[active[p]], c2 = active[p], p2 = p;
-      }
-      if (c2 < 0) break;
+    auto later = [&freq](int16_t a, int16_t b) {
+      return freq[a] != freq[b] ? freq[a] > freq[b] : a < b;
+    };
+    std::make_heap(heap, heap + live, later);
+    while (live > 1) {
+      std::pop_heap(heap, heap + live--, later);
+      int c1 = heap[live];
+      std::pop_heap(heap, heap + live--, later);
+      int c2 = heap[live];
       freq[c1] += freq[c2];
       freq[c2] = 0;
-      std::copy(active + p2 + 1, active + live, active + p2);
-      --live;
+      heap[live++] = static_cast<int16_t>(c1);
+      std::push_heap(heap, heap + live, later);
       ++sizes[c1];
       while (others[c1] >= 0) ++sizes[c1 = others[c1]];
       others[c1] = static_cast<int16_t>(c2);
