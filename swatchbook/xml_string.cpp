@@ -57,8 +57,9 @@ bool DecodeUTF8(const unsigned char* in, int32_t bytes, int32_t* i, uint32_t* va
   return true;
 }
 
-// The UTF-8 to UTF-16 conversion over raw bytes. Returns the short count of
-// the design (2 per code point); *written gets the bytes really written.
+// The UTF-8 to UTF-16 conversion over raw bytes. Returns the kept short
+// count (2 per code point, also for a surrogate pair); *written gets the
+// bytes really written.
 int32_t UTF8toUTF16Bytes(const unsigned char* in, int32_t bytes, unsigned char* out,
                          int32_t* written) {
   int32_t count = 0;
