@@ -32,14 +32,13 @@ constexpr uint32_t kFlagsRGBInterleavedBaseline = 0x112;
 constexpr int kBestQuality = 12;
 constexpr int kDCTMethodInteger = 4;
 
-// A channel value as the page keeps it: the low 8 bits of a 16-bit integer
-// made by truncation. Values far out of range (a corrupt tint) saturate
-// before the truncation instead of overflowing it.
+// A channel value as the page keeps it: the low 8 bits of the value
+// truncated to an integer. The truncation goes through 64 bits so that a
+// value out of the 16-bit range (a corrupt tint) keeps its low bits instead
+// of overflowing; only NaN and values beyond any integer give 0.
 uint8_t ChannelByte(double v) {
-  if (!(v == v)) return 0;
-  if (v > 32767.0) v = 32767.0;
-  if (v < -32768.0) v = -32768.0;
-  return uint8_t(uint16_t(int16_t(v)));
+  if (!(std::fabs(v) < 9.0e18)) return 0;
+  return uint8_t(int64_t(v));
 }
 
 // Converts one colour to display RGB through the host colour engine. The
@@ -92,6 +91,10 @@ ChipRgb ChipColour(KeltoSwatchbook::ColorSpace space, const double* v, double ti
           ChannelByte(k * out[2] * 255.0)};
 }
 
+// A chip placed past x = 252 runs over the row's end into the start of the
+// next raster row, as the layout has always drawn it. It stays inside the
+// raster: x is at most 283 and y, a sum of 31s and 34s below 253, at most
+// 251, so the furthest pixel written is row 282, column 30.
 void DrawChip(unsigned char* raster, int32_t x, int32_t y, ChipRgb colour) {
   ChipRgb stored =
       std::endian::native == std::endian::little ? ChipRgb{colour.b, colour.g, colour.r} : colour;

@@ -108,6 +108,38 @@ TEST(PageLayout, FullPageStartsTheNext) {
   EXPECT_EQ(pages[1].width, 31);
   EXPECT_EQ(pages[1].height, 31);
   ExpectNear(At(pages[1], 15, 15), Stored({255, 0, 0}), 6, "page 2 chip");
+
+  // Two full pages and one chip more: a third page, numbered on.
+  pages = PagesOf(Swatches(163));
+  ASSERT_EQ(pages.size(), 3u);
+  EXPECT_EQ(pages[1].height, 283);
+  EXPECT_EQ(pages[2].number, 3);
+  EXPECT_EQ(pages[2].width, 31);
+}
+
+TEST(PageLayout, NinthGroupRunsOverTheRowEnd) {
+  // Nine groups of one chip: the ninth stands at x = 272 and its last 20
+  // columns run into the start of the next raster row, over the first chip.
+  json blocks = json::array();
+  for (int g = 1; g <= 10; ++g) {
+    blocks.push_back({{"group", "G" + std::to_string(g)}});
+    blocks.push_back(Rgb("s", g == 9 ? 0 : 1, g == 9 ? 0 : g == 1 ? 0 : 1, g == 1 ? 0 : 1));
+    blocks.push_back({{"groupEnd", true}});
+  }
+  json nine(blocks.begin(), blocks.end() - 3);
+  std::vector<Page> pages = PagesOf(nine);
+  ASSERT_EQ(pages.size(), 1u);
+  EXPECT_EQ(pages[0].width, 283);
+  EXPECT_EQ(pages[0].height, 31);
+  ExpectNear(At(pages[0], 10, 15), Stored({0, 0, 255}), 8, "wrapped ninth chip");
+  EXPECT_LT(At(pages[0], 19, 15).g, 60) << "the ninth chip's right ring";
+  ExpectNear(At(pages[0], 24, 15), Stored({255, 0, 0}), 12, "what is left of the first");
+
+  // A tenth group has no room left on the row and starts the next.
+  pages = PagesOf(blocks);
+  EXPECT_EQ(pages[0].height, 65);
+  ExpectNear(At(pages[0], 15, 34 + 15), kWhite, 3, "tenth chip at y = 34");
+  EXPECT_LT(At(pages[0], 15, 34).g, 60) << "its top ring";
 }
 
 TEST(PageLayout, ChipPlacement) {
