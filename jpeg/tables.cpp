@@ -40,10 +40,16 @@ constexpr Row kChr0 = {34, 51, 52, 34, 20, 20, 17, 17, 51, 38, 24, 14, 14, 12, 1
                        20, 14, 12, 12, 12, 12, 12, 12, 20, 12, 12, 12, 12, 12, 12, 12,
                        17, 12, 12, 12, 12, 12, 12, 12, 17, 12, 12, 12, 12, 12, 12, 12};
 
-// Row 7: divisors below 12 grow by a quarter (8 6 6 8 → 10 7 7 10).
-constexpr Row Coarser(const Row& r) {
+// Rows 7 and 8 pay for full-resolution chroma with coarser low frequencies
+// than row 6: divisors below 12 grow by a quarter for row 7 (8 6 6 8 → 10 7 7
+// 10, rounded down) and by an eighth for row 8 (→ 9 7 7 9, rounded up so that
+// each of them grows); rows 9 to 11 then step evenly from row 8 to row 12.
+constexpr Row Coarser(const Row& r, int num, int den, bool roundUp) {
   Row out{};
-  for (int i = 0; i < 64; ++i) out[i] = r[i] < 12 ? static_cast<uint16_t>(r[i] * 5 / 4) : r[i];
+  for (int i = 0; i < 64; ++i) {
+    int v = r[i] * num + (roundUp ? den - 1 : 0);
+    out[i] = r[i] < 12 ? static_cast<uint16_t>(v / den) : r[i];
+  }
   return out;
 }
 
@@ -59,13 +65,14 @@ constexpr Row Between(const Row& a, const Row& b, int k, int steps) {
 
 constexpr QualityRows Build(const Row& r0, const Row& r6, const Row& r12) {
   QualityRows t{};
-  const Row r7 = Coarser(r6);
+  const Row r7 = Coarser(r6, 5, 4, false);
+  const Row r8 = Coarser(r6, 9, 8, true);
   for (int q = 0; q <= 6; ++q) {
     Row r = Between(r0, r6, q, 6);
     for (int i = 0; i < 64; ++i) t.rows[q][i] = r[i];
   }
   for (int q = 7; q <= 12; ++q) {
-    Row r = q == 12 ? r12 : Between(r7, r12, q - 7, 5);
+    Row r = q == 7 ? r7 : q == 12 ? r12 : Between(r8, r12, q - 8, 4);
     for (int i = 0; i < 64; ++i) t.rows[q][i] = r[i];
   }
   return t;

@@ -331,10 +331,21 @@ TEST(Presets, PixmereQualityLayouts) {
   d.PixmereQuality(6);
   EXPECT_EQ(d.components[0].h * 10 + d.components[0].v, 22);
   EXPECT_EQ(d.quantTables[0][0], 8);
+  const std::vector<uint16_t> row6Lum(d.quantTables[0], d.quantTables[0] + 64);
+  const std::vector<uint16_t> row6Chr(d.quantTables[1], d.quantTables[1] + 64);
   d.PixmereQuality(7);  // coarser than 6 to pay for full-resolution chroma
   EXPECT_EQ(d.components[0].h, 1);
   EXPECT_EQ(std::vector<uint16_t>(d.quantTables[0], d.quantTables[0] + 4),
             (std::vector<uint16_t>{10, 7, 7, 10}));
+  // Rows 7 and 8 are no finer than row 6 anywhere and coarser wherever row
+  // 6 is below 12.
+  for (int q : {7, 8}) {
+    d.PixmereQuality(q);
+    for (int i = 0; i < 64; ++i) {
+      EXPECT_GE(d.quantTables[0][i], row6Lum[i] + (row6Lum[i] < 12)) << q << " lum " << i;
+      EXPECT_GE(d.quantTables[1][i], row6Chr[i] + (row6Chr[i] < 12)) << q << " chr " << i;
+    }
+  }
   d.PixmereQuality(0);
   EXPECT_EQ(d.quantTables[0][3] * 1000 + d.quantTables[1][1], 81051);
   d.flags = 0x004;  // CMYK: four components on one table
