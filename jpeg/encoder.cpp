@@ -123,9 +123,12 @@ bool Engine::Setup(const Desc& desc) {
   tables_ = std::clamp<int>(desc.tableCount, 1, 4);
   components_ = std::clamp<int>(desc.componentCount, 1, 4);
   for (int t = 0; t < tables_; ++t) std::copy_n(desc.quantTables[t], 64, qtable_[t]);
+  // A lone component is coded block by block in raster order whatever its
+  // sampling factors say, so it is kept at 1 x 1 to match.
+  const int maxFactor = components_ == 1 ? 1 : 4;
   for (int c = 0; c < components_; ++c) {
-    h_[c] = static_cast<uint8_t>(std::clamp<int>(desc.components[c].h, 1, 4));
-    v_[c] = static_cast<uint8_t>(std::clamp<int>(desc.components[c].v, 1, 4));
+    h_[c] = static_cast<uint8_t>(std::clamp<int>(desc.components[c].h, 1, maxFactor));
+    v_[c] = static_cast<uint8_t>(std::clamp<int>(desc.components[c].v, 1, maxFactor));
     tq_[c] = static_cast<uint8_t>(std::min<int>(desc.components[c].tq, tables_ - 1));
     hMax_ = std::max(hMax_, h_[c]);
     vMax_ = std::max(vMax_, v_[c]);
@@ -183,8 +186,11 @@ void Engine::SetScan(bool sharedChromaTables) {
 }
 
 void Engine::CommonEncodeBaseline(unsigned percent) {
-  // Every s-th MCU column is counted: s = (percent + 99) / percent, 10 for 10 %.
-  const unsigned stride = percent ? (percent + 99) / percent : 1;
+  // The sampled pass converts and counts the MCUs that start every 8·s pixel
+  // columns, s = (percent + 99) / percent (10 for 10 %: every 80 pixels, so
+  // every 10th MCU at full chroma and every 5th at 4:2:0).
+  const unsigned s = percent ? (percent + 99) / percent : 1;
+  const unsigned stride = std::max(1u, s / hMax_);
   const bool convert = !(flags_ & Desc::kDescNoColorConvert);
   for (int i = 0; i < scanComponents_; ++i) scan_[i].predictor = 0;
   if (!Pass(true, stride, convert)) return;
