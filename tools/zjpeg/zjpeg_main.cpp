@@ -17,7 +17,8 @@ constexpr int32_t kLargestSide = 65535;  // the encoder's sizes are 16-bit
 
 const char kUsage[] =
     "usage: zjpeg IN.ppm|IN.png OUT.jpg [--quality 0..12] [--flags HEX] [--dct-method N]\n"
-    "Encodes an 8-bit RGB image. Defaults: quality 12, flags 112, dct-method 4.\n";
+    "Encodes an 8-bit RGB image. Defaults: quality 12, flags 112, dct-method 4.\n"
+    "Flags select interleaved RGB (0x002|0x010) or grey (0x001, made from the RGB).\n";
 
 // Sink writing to a stdio file; remembers the first write error.
 class FileStream : public ZJPEG::JPEGOutputStream {
@@ -38,6 +39,32 @@ class FileStream : public ZJPEG::JPEGOutputStream {
   std::FILE* file_;
   bool ok_ = true;
 };
+
+// The input is 8-bit RGB: the flags must describe pixels the tool can hand
+// over. Grey gets one byte a pixel made from the RGB; four-byte, planar and
+// CMYK layouts have nothing to read here, and 0x800 (no colour conversion)
+// gathers its statistics from unconverted samples, so its tables lack the
+// image's symbols. Returns why a set of flags is refused, or nothing.
+std::string RefusedFlags(uint32_t flags) {
+  using Desc = ZJPEG::EncoderDescription;
+  if (flags & Desc::kDescNoColorConvert)
+    return "0x800 (no colour conversion) would write tables without the image's symbols";
+  if (flags & Desc::kDescGrey) return {};
+  if ((flags & Desc::kDescRGB) && (flags & Desc::kDescInterleaved) && !(flags & Desc::kDescPlanar))
+    return {};
+  return "the input is 3-byte RGB: the flags must select grey (0x001) or interleaved RGB "
+         "(0x002 with 0x010, without 0x008)";
+}
+
+// Luma with the integer BT.601 weights 77, 150, 29 (0.299, 0.587, 0.114 of 256).
+std::vector<uint8_t> GreyOf(const pxhost::RgbImage& img) {
+  std::vector<uint8_t> grey(size_t(img.width) * size_t(img.height));
+  for (size_t i = 0; i < grey.size(); ++i) {
+    const uint8_t* p = &img.pixels[i * 3];
+    grey[i] = uint8_t((77 * p[0] + 150 * p[1] + 29 * p[2] + 128) >> 8);
+  }
+  return grey;
+}
 
 bool ParseInt(const char* s, int base, long lo, long hi, long& out) {
   char* end = nullptr;
@@ -80,6 +107,10 @@ int main(int argc, char** argv) {
     std::fputs(kUsage, stderr);
     return kExitUsage;
   }
+  if (std::string why = RefusedFlags(uint32_t(flags)); !why.empty()) {
+    std::fprintf(stderr, "zjpeg: flags %lx: %s\n", flags, why.c_str());
+    return kExitUsage;
+  }
 
   pxhost::RgbImage img;
   std::string error = pxhost::ReadImage(paths[0], &img);
@@ -99,7 +130,10 @@ int main(int argc, char** argv) {
   ZJPEG::EncoderDescription desc;
   desc.flags = static_cast<uint32_t>(flags);
   desc.PixmereQuality(static_cast<int>(quality));
-  ZJPEG::BufferRowMemoryRequester rows(img.pixels.data(), uint32_t(img.width) * 3,
+  const bool grey = flags & ZJPEG::EncoderDescription::kDescGrey;
+  std::vector<uint8_t> greyPixels = grey ? GreyOf(img) : std::vector<uint8_t>();
+  ZJPEG::BufferRowMemoryRequester rows(grey ? greyPixels.data() : img.pixels.data(),
+                                       uint32_t(img.width) * (grey ? 1 : 3),
                                        static_cast<uint16_t>(img.height));
   bool ok;
   {
