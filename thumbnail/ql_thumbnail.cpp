@@ -8,9 +8,10 @@
 // refill keeps the last 100 bytes and appends 156 new ones, so a keyword of up
 // to 100 characters is found across a refill boundary. A keyword in the final
 // part of the file that no longer fills a whole refill is not seen: the
-// reader only trusts complete fillings. Decoding consumes the buffer 256 bytes
-// at a time for the same reason, and running out of complete fillings while
-// decoding ends the decode with a failure rather than reading stale bytes.
+// search only trusts complete fillings. Tokens and hexadecimal data are read
+// up to the last byte the file really gave (`bufValid`): a short refill at the
+// end of the file never lets bytes left from an earlier filling pass for data,
+// and running out of data while decoding fails the decode.
 #include "thumbnail/ql_thumbnail.h"
 
 #include <array>
@@ -29,6 +30,7 @@ constexpr uint8_t kRunMarker = 0xFD;
 
 char buffer1[kScanBytes];
 int32_t bufPtr = 0;
+int32_t bufValid = 0;  // bytes of buffer1, from its start, that came from the file
 
 // Value of a character as a hexadecimal digit: 0..15 for digits, 0xFF for the
 // separators that may stand between digits, 0xFE for everything else
@@ -81,7 +83,20 @@ bool QLThumbnail::ReloadBuffer(char* buf, int32_t size, int32_t consumed) {
   if (consumed < 0) consumed = 0;
   if (consumed > size) consumed = size;
   std::memmove(buf, buf + consumed, size_t(size - consumed));
-  return stream_.Read(buf + (size - consumed), consumed) == consumed;
+  int32_t got = stream_.Read(buf + (size - consumed), consumed);
+  if (got < 0) got = 0;
+  if (buf == buffer1) {
+    // The kept bytes are valid as far as they were; what was read follows
+    // them only when nothing before it was already past the file's end.
+    int32_t kept = bufValid - consumed > 0 ? bufValid - consumed : 0;
+    bufValid = kept == size - consumed ? kept + got : kept;
+  }
+  return got == consumed;
+}
+
+void QLThumbnail::RefillWhole() {
+  ReloadBuffer(buffer1, kScanBytes, kScanBytes);
+  bufPtr = 0;
 }
 
 int32_t QLThumbnail::EqualString(const char* pattern, char* text) {
@@ -119,11 +134,11 @@ int32_t QLThumbnail::GetValue(char* string, int32_t* number, int32_t kind, int32
   if (kind == 2 && number == nullptr) return 0;
   if (kind != 1 && kind != 2) return 0;
 
-  while (bufPtr < kScanBytes && IsSpace(buffer1[bufPtr])) ++bufPtr;
-  if (bufPtr == kScanBytes) return 0;
+  while (bufPtr < bufValid && IsSpace(buffer1[bufPtr])) ++bufPtr;
+  if (bufPtr >= bufValid) return 0;
   // The limit is a position in the scan buffer, not a token length.
   int32_t limit = maxLen < kScanBytes + 1 - bufPtr ? maxLen : kScanBytes + 1 - bufPtr;
-  if (limit > kScanBytes) limit = kScanBytes;
+  if (limit > bufValid) limit = bufValid;
 
   char scratch[kNumberTokenMax + 1];
   char* out = kind == 1 ? string : scratch;
@@ -158,18 +173,22 @@ int32_t QLThumbnail::GetValue(char* string, int32_t* number, int32_t kind, int32
   return bufPtr == kScanBytes ? 0 : n;
 }
 
+void QLThumbnail::SkipSeparators() {
+  while (bufPtr < bufValid && (buffer1[bufPtr] == '%' || IsSpace(buffer1[bufPtr]))) {
+    if (++bufPtr == kScanBytes) RefillWhole();
+  }
+}
+
 uint8_t QLThumbnail::GetNextHexByte() {
   char digits[2];
   for (char& digit : digits) {
-    while (bufPtr < kScanBytes && (buffer1[bufPtr] == '%' || IsSpace(buffer1[bufPtr]))) {
-      if (++bufPtr == kScanBytes && ReloadBuffer(buffer1, kScanBytes, kScanBytes)) bufPtr = 0;
-    }
-    if (bufPtr >= kScanBytes) {
+    SkipSeparators();
+    if (bufPtr >= bufValid) {
       hexExhausted_ = true;
       return 0;
     }
     digit = buffer1[bufPtr];
-    if (++bufPtr > kScanBytes - 1 && ReloadBuffer(buffer1, kScanBytes, kScanBytes)) bufPtr = 0;
+    if (++bufPtr == kScanBytes) RefillWhole();
   }
   return HexPair(digits[0], digits[1]);
 }
@@ -184,14 +203,12 @@ int32_t QLThumbnail::ReadImageData(int32_t /*count*/, int32_t bitsPerPixel, int3
     if (hexExhausted_) return 0;
   }
 
-  while (bufPtr < kScanBytes && (buffer1[bufPtr] == '%' || IsSpace(buffer1[bufPtr]))) {
-    if (++bufPtr == kScanBytes && ReloadBuffer(buffer1, kScanBytes, kScanBytes)) bufPtr = 0;
-  }
+  SkipSeparators();
   ReloadBuffer(buffer1, kScanBytes, bufPtr);
   bufPtr = 0;
   // "RLE" written as six digits with nothing between them switches run-length
   // coding on.
-  bool runLength = HexPair(buffer1[0], buffer1[1]) == 0x52 &&
+  bool runLength = bufValid >= 6 && HexPair(buffer1[0], buffer1[1]) == 0x52 &&
                    HexPair(buffer1[2], buffer1[3]) == 0x4C &&
                    HexPair(buffer1[4], buffer1[5]) == 0x45;
   if (runLength) bufPtr = 6;

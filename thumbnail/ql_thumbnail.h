@@ -29,7 +29,7 @@ class QLThumbnail {
   // returns the number of characters taken, or 0.
   int32_t GetValue(char* string, int32_t* number, int32_t kind, int32_t maxLen);
   // The next byte of hexadecimal text. Sets the end-of-data state (see
-  // HexExhausted) instead of reading past the last full scan buffer.
+  // HexExhausted) instead of reading past the file's last byte.
   uint8_t GetNextHexByte();
   int32_t ReadImageData(int32_t count, int32_t bitsPerPixel, int32_t width, int32_t height,
                         int32_t bufferSize, char* buffer);
@@ -38,6 +38,11 @@ class QLThumbnail {
   bool HexExhausted() const { return hexExhausted_; }
 
  private:
+  // Replaces the whole scan buffer with the next 256 bytes; position 0.
+  void RefillWhole();
+  // Skips '%' and white space, refilling as the buffer runs out.
+  void SkipSeparators();
+
   int32_t fileRef_;
   DataFilterStream stream_;
   bool hexExhausted_ = false;

@@ -11,8 +11,9 @@
 
 namespace {
 
-// The reader only trusts complete 256-byte fillings of its scan buffer, so
-// fixtures end with a trailer long enough to keep the data out of the tail.
+// The keyword search only trusts complete 256-byte fillings of the scan
+// buffer, so fixtures end with a trailer long enough to keep the header out
+// of the file's tail.
 std::string Trailer() {
   return "\n%%Trailer\n" + std::string(300, '%') + "\n%%EOF\n";
 }
@@ -119,11 +120,28 @@ TEST(ThumbnailData, ARunIsClippedAtTheImageEnd) {
   EXPECT_EQ(d.pixels, (std::vector<uint8_t>(6, 0x77)));
 }
 
-TEST(ThumbnailData, TruncatedHexFails) {
-  // The file ends inside the data: no complete scan buffer holds the rest.
+TEST(ThumbnailData, DataEndingWithTheFile) {
+  // The file ends inside the data: decoding fails at its last byte.
   std::string file =
       "%QL7_Thumbnail: 40 40 24\n%%BeginData: 99 Hex Bytes\n%" + std::string(600, 'A');
   EXPECT_EQ(Decode(file).ok, 0);
+
+  // Ending a few digits in, after a long first filling: the rest of the scan
+  // buffer still holds bytes of that filling, and they are not data.
+  std::string shortBlock = "%!PS-Adobe-3.0\n%" + std::string(120, 'q') +
+                           "\n%QL7_Thumbnail: 2 2 24\n%%BeginData: 12 Hex Bytes\n" +
+                           std::string(80, '%') + "\n%0A0B0C";
+  EXPECT_EQ(Decode(shortBlock).ok, 0);
+
+  // Complete data in the file's last, partial filling decodes.
+  std::string pixels;
+  for (int i = 0; i < 300; ++i) pixels += HexOf({i & 0xFF});
+  std::string last = "%!PS-Adobe-3.0\n%QL7_Thumbnail: 10 10 24\n%%BeginData: 300 Hex Bytes\n%" +
+                     pixels + "\n%%EndData\n";
+  Decoded d = Decode(last);
+  ASSERT_EQ(d.ok, 1);
+  ASSERT_EQ(d.pixels.size(), 300u);
+  EXPECT_EQ(d.pixels[299], 299 & 0xFF);
 }
 
 TEST(ThumbnailData, OversizeImagesAreRefusedBeforeDecoding) {
