@@ -102,6 +102,13 @@ void Enter(int16_t selector, FormatRecord* record, intptr_t* data, int16_t* resu
 extern "C" __attribute__((visibility("default"))) void PluginMain(int16_t selector,
                                                                   FormatRecord* record,
                                                                   intptr_t* data, int16_t* result) {
+  // Without a record there is nothing to work on; without a result slot,
+  // nowhere to say so.
+  if (result == nullptr) return;
+  if (record == nullptr) {
+    *result = kResultHostInsufficient;
+    return;
+  }
   // Nothing may unwind into the host.
   try {
     Enter(selector, record, data, result);

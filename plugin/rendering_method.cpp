@@ -14,6 +14,9 @@ pixmere::QLRenderingMethodSuite* CQLRenderingMethodSuiteReg::sQLRenderingMethod 
 
 int32_t CQLRenderingMethodSuiteReg::PublishRenderingMethodSuite(
     const pixmere::PKBasicSuite* basic) {
+  // A host without a basic suite offers no registry to publish in.
+  if (basic == nullptr || basic->AcquireSuite == nullptr || basic->ReleaseSuite == nullptr)
+    return pixmere::kPKErrSuiteNotFound;
   sQLRenderingMethod = new pixmere::QLRenderingMethodSuite{nullptr};
 
   const void* procs = nullptr;

@@ -204,6 +204,12 @@ TEST_F(EntryTest, MissingHostProceduresAnswerHostInsufficientEvenForSelectorZero
   third.withheld = {pxhost::HostProc::Required3};  // not needed
   HostSession s(&PluginMain, file.fd(), third);
   EXPECT_EQ(s.Call(pixmere::kSelectorReadStart), 0);
+
+  // No record at all: the same answer, and no crash.
+  int16_t result = 0;
+  intptr_t data = 0;
+  PluginMain(pixmere::kSelectorReadStart, nullptr, &data, &result);
+  EXPECT_EQ(result, pixmere::kResultHostInsufficient);
 }
 
 TEST_F(EntryTest, ReadStartDescribesTheImage) {
