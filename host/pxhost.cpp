@@ -1,12 +1,15 @@
 // pxhost: runs the plug-in the way the host does, from the command line.
 //
 // Exit codes: 0 success, 1 the plug-in refused a file, 2 usage or I/O error.
+#include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -87,7 +90,8 @@ bool ParseArgs(int argc, char** argv, int first, const std::vector<std::string>&
       args->options[a].push_back(argv[++k]);
     } else if (in(flagOptions, a)) {
       args->options[a];
-    } else if (a.size() > 1 && a[0] == '-') {
+    } else if (a.size() > 1 && a[0] == '-' && !std::isdigit(static_cast<unsigned char>(a[1]))) {
+      // "-1" is a (negative selector) argument, not an option.
       *error = "unknown option " + a;
       return false;
     } else {
@@ -118,13 +122,15 @@ int Preview(PluginMainProc entry, const Args& args) {
   if (args.positional.empty()) return Usage("preview: no input file");
   std::string out = args.Value("-o");
   if (out.empty()) return Usage("preview: -o OUT is required");
-  bool toDir = args.positional.size() > 1 || out.back() == '/';
+  bool toDir = out.back() == '/' || std::filesystem::is_directory(out);
+  if (args.positional.size() > 1 && !toDir) return Usage("preview: several files need -o DIR/");
   if (toDir) {
     std::error_code ec;
     std::filesystem::create_directories(out, ec);
     if (ec) return Usage("preview: cannot create " + out + ": " + ec.message());
   }
   int status = kExitOk;
+  std::set<std::string> written;  // inputs with the same stem get -2, -3, ...
   for (const std::string& file : args.positional) {
     pxhost::SessionOptions options;
     options.previewOpen = true;
@@ -147,7 +153,11 @@ int Preview(PluginMainProc entry, const Args& args) {
     std::string target = out;
     if (toDir) {
       std::string ext = std::filesystem::path(out).extension() == ".ppm" ? ".ppm" : ".png";
-      target = (std::filesystem::path(out) / std::filesystem::path(file).stem()).string() + ext;
+      std::string base = (std::filesystem::path(out) / std::filesystem::path(file).stem()).string();
+      target = base + ext;
+      for (int n = 2; written.count(target) != 0; ++n)
+        target = base + "-" + std::to_string(n) + ext;
+      written.insert(target);
     }
     std::string err = pxhost::WriteImage(target, image);
     if (!err.empty()) {
@@ -319,8 +329,10 @@ int Xmp(PluginMainProc entry, const Args& args) {
 int Call(PluginMainProc entry, const Args& args) {
   if (args.positional.size() != 2) return Usage("call: expected SELECTOR FILE");
   char* end = nullptr;
-  long selector = std::strtol(args.positional[0].c_str(), &end, 0);
-  if (*end != 0 || selector < -32768 || selector > 32767)
+  errno = 0;
+  long selector = std::strtol(args.positional[0].c_str(), &end, 10);
+  if (end == args.positional[0].c_str() || *end != 0 || errno != 0 || selector < -32768 ||
+      selector > 32767)
     return Usage("call: bad selector " + args.positional[0]);
   pxhost::SessionOptions options;
   if (args.Has("--file-type") && !ParseFourCC(args.Value("--file-type"), &options.fileType))

@@ -39,6 +39,9 @@ TEST(Pxhost, HelpAndUsageErrors) {
   EXPECT_EQ(Pxhost("call 2").status, 2);
   EXPECT_EQ(Pxhost("preview /nonexistent -o /tmp/x.png").status, 2);
   EXPECT_EQ(Pxhost("--plugin /nonexistent.so call 0 /dev/null").status, 2);
+  EXPECT_EQ(Pxhost("preview /dev/null /dev/zero -o /tmp/one.png").status, 2);  // needs DIR/
+  EXPECT_EQ(Pxhost("call 0x10 /dev/null").status, 2);                          // decimal only
+  EXPECT_EQ(Pxhost("call -1 /dev/null").status, 0);  // a selector, not an option
 }
 
 TEST(Pxhost, PreviewWritesTheThumbnail) {
