@@ -55,8 +55,7 @@ TEST(JpegFile, ClientPathMarkersAndSegments) {
 
 TEST(JpegFile, ExtendedFrameUsesOneTablePerComponent) {
   const std::string f = jpegtest::Encode(jpegtest::NoiseImage(20, 20, 3), 12, 0x012);
-  const size_t sof = f.find(Bytes({0xFF, 0xC1}));
-  ASSERT_NE(sof, std::string::npos);
+  ASSERT_NE(f.find(Bytes({0xFF, 0xC1})), std::string::npos);
   Rgb out;
   std::string error;
   EXPECT_TRUE(jpegtest::Decode(f, out, error)) << error;
@@ -64,34 +63,29 @@ TEST(JpegFile, ExtendedFrameUsesOneTablePerComponent) {
   EXPECT_EQ(f.substr(sos + 5, 6), Bytes({0, 0x00, 1, 0x11, 2, 0x22}));
 }
 
-struct SizeCase {
-  int width, height;
-};
-
-class JpegRoundTrip : public ::testing::TestWithParam<SizeCase> {};
+class JpegRoundTrip : public ::testing::TestWithParam<std::pair<int, int>> {};
 
 TEST_P(JpegRoundTrip, DecodesCloseToTheSourceAtEveryRegime) {
-  const SizeCase sc = GetParam();
-  const Rgb src = jpegtest::NoiseImage(sc.width, sc.height, uint32_t(sc.width * 31 + sc.height));
+  const auto [width, height] = GetParam();
+  const Rgb src = jpegtest::NoiseImage(width, height, uint32_t(width * 31 + height));
   // Quality 12 is near-lossless; 6 and 0 subsample chroma 4:2:0.
   for (auto [quality, floor] : {std::pair{12, 44.0}, {6, 33.0}, {0, 28.0}}) {
     const std::string f = jpegtest::Encode(src, quality);
     Rgb out;
     std::string error;
     ASSERT_TRUE(jpegtest::Decode(f, out, error)) << "quality " << quality << ": " << error;
-    ASSERT_EQ(out.width, sc.width);
-    ASSERT_EQ(out.height, sc.height);
+    ASSERT_EQ(std::pair(out.width, out.height), GetParam());
     const double psnr = jpegtest::Psnr(src, out);
-    std::printf("%dx%d quality %d: %zu bytes, PSNR %.2f dB\n", sc.width, sc.height, quality,
-                f.size(), psnr);
+    std::printf("%dx%d quality %d: %zu bytes, PSNR %.2f dB\n", width, height, quality, f.size(),
+                psnr);
     EXPECT_GE(psnr, floor) << "quality " << quality;
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, JpegRoundTrip,
-                         ::testing::Values(SizeCase{1, 1}, SizeCase{8, 8}, SizeCase{9, 3},
-                                           SizeCase{283, 31}, SizeCase{283, 283},
-                                           SizeCase{1031, 777}));
+                         ::testing::Values(std::pair{1, 1}, std::pair{8, 8}, std::pair{9, 3},
+                                           std::pair{283, 31}, std::pair{283, 283},
+                                           std::pair{1031, 777}));
 
 TEST(JpegFile, ExtremeSides) {
   // The largest side encodes; the reference decoder stops at 65500.
@@ -105,8 +99,7 @@ TEST(JpegFile, ExtremeSides) {
     Rgb out;
     std::string error;
     ASSERT_TRUE(jpegtest::Decode(jpegtest::Encode(src, 12), out, error)) << error;
-    EXPECT_EQ(out.width, w);
-    EXPECT_EQ(out.height, h);
+    EXPECT_EQ(std::pair(out.width, out.height), std::pair(w, h));
     EXPECT_GE(jpegtest::Psnr(src, out), 44.0);
   }
 }

@@ -17,8 +17,6 @@ namespace {
 
 using namespace ZJPEG;
 
-// ---- Colour conversion -----------------------------------------------------
-
 struct Converted {
   std::vector<int16_t> y, cb, cr;
 };
@@ -29,37 +27,31 @@ Converted ConvertRgb(const std::vector<uint8_t>& rgb, int width, int height) {
   const uint8_t ones[3] = {1, 1, 1};
   ColorConverterRGBInterleave conv(true, false);
   conv.SetGeometry(uint16_t(width), uint16_t(height), mcus, 3, ones, ones);
-  Converted out{std::vector<int16_t>(mcus * 64), std::vector<int16_t>(mcus * 64),
-                std::vector<int16_t>(mcus * 64)};
+  const std::vector<int16_t> block(mcus * 64);
+  Converted out{block, block, block};
   int16_t* bufs[3] = {out.y.data(), out.cb.data(), out.cr.data()};
   BufferRowMemoryRequester rows(rgb.data(), uint32_t(width) * 3, uint16_t(height));
-  rows.firstRowWanted = 0;
   rows.rowsWanted = 8;
   EXPECT_EQ(rows.Request(), 1);
   conv.ColorCovert(rows, 0, 0, 1, bufs);
   return out;
 }
 
-TEST(ColorConversion, WhiteBlackAndRedSamples) {
-  const std::vector<uint8_t> px = {255, 255, 255, 0, 0, 0, 255, 0, 0};
-  const Converted c = ConvertRgb(px, 3, 1);
-  EXPECT_EQ(c.y[0], 32512);  // 255·256 − 32768
-  EXPECT_EQ(c.cb[0], 0);
-  EXPECT_EQ(c.cr[0], 0);
-  EXPECT_EQ(c.y[1], -32768);
-  EXPECT_EQ(c.cb[1], 0);
-  EXPECT_EQ(c.cr[1], 0);
-  EXPECT_EQ(c.y[2], 77 * 255 - 32768);
-  EXPECT_EQ(c.cb[2], -43 * 255);
-  EXPECT_EQ(c.cr[2], 128 * 255);
-}
-
-TEST(ColorConversion, RightAndBottomEdgesReplicate) {
-  // 9 × 2: every pixel distinct, so a wrong source column or row shows.
+TEST(ColorConversion, SamplesAndEdgeReplication) {
+  // 9 × 2, red only and distinct per pixel, so a wrong source column or row
+  // shows; row 0 starts black, white, full red.
   std::vector<uint8_t> px(9 * 2 * 3);
   for (int y = 0; y < 2; ++y)
     for (int x = 0; x < 9; ++x) px[(y * 9 + x) * 3] = uint8_t(20 * x + 7 * y);
+  px[3] = px[4] = px[5] = px[6] = 255;
   const Converted c = ConvertRgb(px, 9, 2);
+  const int samples[3][3] = {
+      {-32768, 0, 0}, {32512, 0, 0}, {77 * 255 - 32768, -43 * 255, 128 * 255}};
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(c.y[i], samples[i][0]) << i;
+    EXPECT_EQ(c.cb[i], samples[i][1]) << i;
+    EXPECT_EQ(c.cr[i], samples[i][2]) << i;
+  }
   auto yAt = [&](int row, int col) { return c.y[(col / 8) * 64 + row * 8 + col % 8]; };
   auto ySample = [](int r) { return int16_t(77 * r - 32768); };
   EXPECT_EQ(yAt(0, 7), ySample(140));
@@ -75,13 +67,13 @@ TEST(ColorConversion, RightAndBottomEdgesReplicate) {
 
 TEST(ColorConversion, GreyAveragesSubsampledGroupsAndEdgeColumns) {
   // 3 × 2 grey pixels; component 0 at half the resolution of the largest.
-  const std::vector<uint8_t> px = {10, 21, 90, 30, 40, 51};
+  const uint8_t px[6] = {10, 21, 90, 30, 40, 51};
   const uint8_t h[2] = {1, 2}, v[2] = {1, 2};
   ColorConverterGrey conv;
   conv.SetGeometry(3, 2, 1, 2, h, v);
   std::vector<int16_t> y(64), unused(4 * 64);
   int16_t* bufs[2] = {y.data(), unused.data()};
-  BufferRowMemoryRequester rows(px.data(), 3, 2);
+  BufferRowMemoryRequester rows(px, 3, 2);
   rows.rowsWanted = 16;
   ASSERT_EQ(rows.Request(), 1);
   conv.ColorCovert(rows, 0, 0, 1, bufs);
@@ -89,29 +81,6 @@ TEST(ColorConversion, GreyAveragesSubsampledGroupsAndEdgeColumns) {
   EXPECT_EQ(y[1], ((90 + 51) >> 1) * 256 - 32768);            // lone last column
   EXPECT_EQ(y[8], ((30 + 40 + 30 + 40) >> 2) * 256 - 32768);  // rows past the end repeat
 }
-
-TEST(ColorConversion, ChannelOrderAndLeadingByteOptionsAgree) {
-  const jpegtest::Rgb rgb = jpegtest::NoiseImage(21, 13, 4);
-  jpegtest::Rgb bgr = rgb, xrgb{21, 13, std::vector<uint8_t>(21 * 13 * 4)};
-  for (size_t i = 0; i < size_t(21 * 13); ++i) {
-    std::swap(bgr.pixels[i * 3], bgr.pixels[i * 3 + 2]);
-    xrgb.pixels[i * 4] = 0xAB;
-    std::copy_n(&rgb.pixels[i * 3], 3, &xrgb.pixels[i * 4 + 1]);
-  }
-  const std::string reference = jpegtest::Encode(rgb, 12);
-  EXPECT_EQ(jpegtest::Encode(bgr, 12, 0x192), reference);
-  // Four bytes a pixel: the encoder reads the row pitch from the row source.
-  ZJPEG::EncoderDescription desc;
-  desc.flags = 0x130;
-  desc.PixmereQuality(12);
-  ZJPEG::BufferRowMemoryRequester rows(xrgb.pixels.data(), 21 * 4, 13);
-  jpegtest::StringStream out;
-  ZJPEG::JPEGEncoder(&rows, 21, 13).EncodeImage(&out, desc, nullptr, 0, 4);
-  out.DumpBuffer();
-  EXPECT_EQ(out.bytes, reference);
-}
-
-// ---- Transform and quantisation ---------------------------------------------
 
 // The same integer arithmetic written out plainly, one formula per output.
 void ReferenceDct(const int16_t* in, const int32_t* recip, int16_t* out) {
@@ -123,16 +92,9 @@ void ReferenceDct(const int16_t* in, const int32_t* recip, int16_t* out) {
     const int32_t z1 = rnd((e12 + e13) * 181);
     const int32_t z5 = ((t4 + t5) - (t6 + t7)) * 98;
     const int32_t z2 = z5 + (t4 + t5) * 139, z4 = z5 + (t6 + t7) * 334, z3 = (t5 + t6) * 181;
-    o[0] = e10 + e11;
-    o[4] = e10 - e11;
-    o[2] = e13 + z1;
-    o[6] = e13 - z1;
-    o[1] = t7 + rnd(z3 + z4);
-    o[7] = t7 + rnd(z3 - z4);
-    o[5] = t7 + rnd(z2 - z3);
-    o[3] = t7 - rnd(z2 + z3);
-    if (last)
-      for (int k = 0; k < 8; ++k) o[k] = rnd(o[k]);
+    const int32_t r[8] = {e10 + e11, t7 + rnd(z3 + z4), e13 + z1, t7 - rnd(z2 + z3),
+                          e10 - e11, t7 + rnd(z2 - z3), e13 - z1, t7 + rnd(z3 - z4)};
+    for (int k = 0; k < 8; ++k) o[k] = last ? rnd(r[k]) : r[k];
   };
   int32_t mid[64], fin[64];
   for (int c = 0; c < 8; ++c) {
@@ -152,29 +114,21 @@ QuantSlot Slot(int quality, bool chroma) {
   return s;
 }
 
-TEST(Transform, FlatBlocksHaveOnlyADcTerm) {
+TEST(Transform, FlatBlocksHaveOnlyADcTermAndVerticalChangeIsEntryTwo) {
   int32_t work[64];
   const QuantSlot slot = Slot(12, false);
+  int16_t block[64];
   for (int value : {128, 0, 255, 37}) {
-    int16_t block[64];
     std::fill(block, block + 64, int16_t((value - 128) * 256));
     DCTInteger(block, slot, work);
     EXPECT_EQ(block[0] == 0, value == 128) << value;
     for (int k = 1; k < 64; ++k) ASSERT_EQ(block[k], 0) << value << " entry " << k;
   }
-}
-
-TEST(Transform, ZigzagEntryTwoIsFirstColumnSecondRow) {
-  // Brightness changes down the block only: vertical frequencies, column 0.
-  int16_t block[64];
-  for (int r = 0; r < 8; ++r)
-    for (int c = 0; c < 8; ++c) block[r * 8 + c] = int16_t((r < 4 ? 60 : -60) * 256);
-  int32_t work[64];
-  DCTInteger(block, Slot(12, false), work);
-  EXPECT_EQ(block[1], 0);   // natural 1: horizontal
-  EXPECT_GT(block[2], 50);  // natural 8
-  EXPECT_EQ(kZigzag[2], 8);
-  for (int k = 0; k < 64; ++k) EXPECT_EQ(kInvZigzag[kZigzag[k]], k);
+  // Brightness changing down the block only: natural position 8, not 1.
+  for (int i = 0; i < 64; ++i) block[i] = int16_t((i < 32 ? 60 : -60) * 256);
+  DCTInteger(block, slot, work);
+  EXPECT_EQ(block[1], 0);
+  EXPECT_GT(block[2], 50);
 }
 
 TEST(Transform, MatchesAPlainComputationOfTheSameArithmetic) {
@@ -195,75 +149,53 @@ TEST(Transform, MatchesAPlainComputationOfTheSameArithmetic) {
   }
 }
 
-// ---- Huffman tables ------------------------------------------------------------
-
-TEST(Huffman, OnlyEobCountedGetsAOneBitCode) {
-  FrameHuffman t;
-  t.frequency[0x00] = 40;
-  t.Generate();
-  EXPECT_EQ(t.last, 1);
-  EXPECT_EQ(t.bits[1], 1);
-  EXPECT_EQ(t.lengthBySymbol[0x00], 1);
-  EXPECT_EQ(t.codeBySymbol[0x00], 0);  // the all-ones code went to the reserved symbol
-}
-
 TEST(Huffman, SymbolsOfZeroRunsAndTheLastCoefficient) {
-  int16_t block[64] = {};
+  int16_t block[64] = {}, tail[64] = {};
   block[0] = 5;
   block[17] = -5;  // sixteen zeros first
-  FrameHuffman dc, ac;
-  int16_t pred = 2;
+  tail[63] = 1;    // 62 zeros: three ZRL, then run 14 size 1, and no EOB
+  FrameHuffman dc, ac, dc2, ac2;
+  int16_t pred = 2, pred2 = 0;
   AddBlockToHuffman(block, pred, dc, ac);
+  AddBlockToHuffman(tail, pred2, dc2, ac2);
   EXPECT_EQ(pred, 5);
   EXPECT_EQ(dc.frequency[2], 1u);  // difference 3
   EXPECT_EQ(ac.frequency[0xF0], 1u);
   EXPECT_EQ(ac.frequency[0x03], 1u);
   EXPECT_EQ(ac.frequency[0x00], 1u);
-
-  int16_t tail[64] = {};
-  tail[63] = 1;  // 62 zeros: three ZRL, then run 14 size 1, and no EOB
-  FrameHuffman dc2, ac2;
-  int16_t p2 = 0;
-  AddBlockToHuffman(tail, p2, dc2, ac2);
   EXPECT_EQ(ac2.frequency[0xF0], 3u);
   EXPECT_EQ(ac2.frequency[0xE1], 1u);
   EXPECT_EQ(ac2.frequency[0x00], 0u);
 }
 
-TEST(Huffman, LongCodesAreLimitedToSixteenBitsKeepingTheUnlimitedOrder) {
+TEST(Huffman, CodeLengthsAtBothExtremes) {
+  FrameHuffman eob;
+  eob.frequency[0x00] = 40;
+  eob.Generate();
+  EXPECT_EQ(eob.last, 1);
+  EXPECT_EQ(eob.lengthBySymbol[0x00], 1);
+  EXPECT_EQ(eob.codeBySymbol[0x00], 0);  // the all-ones code went to the reserved symbol
+
+  // Doubling counts make a 30-deep chain; limited to 16 bits, the DHT keeps
+  // the unlimited order.
   FrameHuffman t;
-  for (int s = 0; s < 30; ++s) t.frequency[s] = 1u << s;  // doubling counts: a 30-deep chain
+  for (int s = 0; s < 30; ++s) t.frequency[s] = 1u << s;
   t.Generate();
-  int deepest = 0;
-  for (int s = 0; s < 30; ++s) deepest = std::max<int>(deepest, t.codeSize[s]);
-  EXPECT_GT(deepest, 16);
-  double kraft = 0;
-  int codes = 0;
-  for (int len = 1; len <= 16; ++len) {
-    kraft += t.bits[len] * std::ldexp(1.0, -len);
+  EXPECT_GT(*std::max_element(t.codeSize, t.codeSize + 30), 16);
+  // Still a prefix code for all 30 symbols, with room left for the reserved one.
+  int codes = 0, kraft = 0;
+  for (int len = 1; len <= 32; ++len) {
+    EXPECT_TRUE(len <= 16 || t.bits[len] == 0) << len;
     codes += t.bits[len];
+    kraft += len <= 16 ? t.bits[len] << (16 - len) : 0;
   }
-  for (int len = 17; len <= 32; ++len) EXPECT_EQ(t.bits[len], 0);
   EXPECT_EQ(codes, 30);
-  EXPECT_LT(kraft, 1.0);
-  for (int s = 0; s < 30; ++s) {
-    EXPECT_GE(t.lengthBySymbol[s], 1);
-    EXPECT_LE(t.lengthBySymbol[s], 16);
-  }
+  EXPECT_LT(kraft, 1 << 16);
   // DHT order: rising unlimited length, then rising symbol.
   for (int k = 1; k < t.last; ++k) {
     const int p = t.values[k - 1], q = t.values[k];
     EXPECT_TRUE(t.codeSize[p] < t.codeSize[q] || (t.codeSize[p] == t.codeSize[q] && p < q)) << k;
   }
-}
-
-// ---- Bit packing -----------------------------------------------------------------
-
-std::string Bits(const std::string& bytes) {
-  std::string s;
-  for (unsigned char c : bytes)
-    for (int i = 7; i >= 0; --i) s.push_back((c >> i) & 1 ? '1' : '0');
-  return s;
 }
 
 std::string Code(uint32_t code, int length) {
@@ -292,138 +224,119 @@ TEST(BitPacking, UnitCoefficientsAndValueBits) {
   std::string expect = Code(dc.codeBySymbol[0], dc.lengthBySymbol[0]) + ac1 + "0" + ac1 + "1" +
                        Code(ac.codeBySymbol[0], ac.lengthBySymbol[0]);
   expect.append((8 - expect.size() % 8) % 8, '0');  // zero padding
-  EXPECT_EQ(Bits(out.bytes), expect);
+  std::string bits;
+  for (unsigned char c : out.bytes) bits += Code(c, 8);
+  EXPECT_EQ(bits, expect);
 }
 
 TEST(BitPacking, EveryFFByteIsStuffedIncludingTheLastOne) {
-  jpegtest::StringStream out;
-  BitPacker packer(&out);
+  jpegtest::StringStream out, tail;
+  BitPacker packer(&out), p2(&tail);
   packer.Put(0xFFFFFFFFu, 32);  // one whole word of 0xFF
   packer.Put(0x12, 8);
   packer.Put(0xFF, 8);  // the last byte of the scan
   packer.Flush();
   out.DumpBuffer();
-  const std::string expect = std::string("\xFF\0\xFF\0\xFF\0\xFF\0\x12\xFF\0", 11);
-  EXPECT_EQ(out.bytes, expect);
-
-  jpegtest::StringStream tail;
-  BitPacker p2(&tail);
+  EXPECT_EQ(out.bytes, std::string("\xFF\0\xFF\0\xFF\0\xFF\0\x12\xFF\0", 11));
   p2.Put(0x7, 3);  // a partial byte is padded with zero bits, not ones
   p2.Flush();
   tail.DumpBuffer();
-  EXPECT_EQ(tail.bytes, std::string("\xE0", 1));
+  EXPECT_EQ(tail.bytes, "\xE0");
 }
 
-// ---- Presets, stream and encoder behaviour ---------------------------------------
-
-TEST(Presets, PixmereQualityLayouts) {
+TEST(Presets, ChromaSubsampledUpToSixThenCoarserRows) {
   EncoderDescription d;
   d.flags = 0x112;
-  d.PixmereQuality(12);
-  EXPECT_EQ(d.tableCount, 2);
-  EXPECT_EQ(d.componentCount, 3);
-  EXPECT_EQ(d.quantTables[0][63], 3);
-  EXPECT_EQ(d.quantTables[1][4], 2);
-  for (int c = 0; c < 3; ++c) {
-    EXPECT_EQ(d.components[c].h * 10 + d.components[c].v, 11);
-    EXPECT_EQ(d.components[c].tq, c ? 1 : 0);
-  }
   d.PixmereQuality(6);
   EXPECT_EQ(d.components[0].h * 10 + d.components[0].v, 22);
-  EXPECT_EQ(d.quantTables[0][0], 8);
-  const std::vector<uint16_t> row6Lum(d.quantTables[0], d.quantTables[0] + 64);
-  const std::vector<uint16_t> row6Chr(d.quantTables[1], d.quantTables[1] + 64);
-  d.PixmereQuality(7);  // coarser than 6 to pay for full-resolution chroma
-  EXPECT_EQ(d.components[0].h, 1);
-  EXPECT_EQ(std::vector<uint16_t>(d.quantTables[0], d.quantTables[0] + 4),
-            (std::vector<uint16_t>{10, 7, 7, 10}));
-  // Rows 7 and 8 are no finer than row 6 anywhere and coarser wherever row
-  // 6 is below 12.
+  const std::vector<uint16_t> lum6(d.quantTables[0], d.quantTables[0] + 64);
+  const std::vector<uint16_t> chr6(d.quantTables[1], d.quantTables[1] + 64);
+  // Full-resolution chroma from row 7 is paid for: rows 7 and 8 are no finer
+  // than row 6 anywhere and coarser wherever row 6 is below 12.
   for (int q : {7, 8}) {
     d.PixmereQuality(q);
+    EXPECT_EQ(d.components[0].h * 10 + d.components[0].v, 11) << q;
     for (int i = 0; i < 64; ++i) {
-      EXPECT_GE(d.quantTables[0][i], row6Lum[i] + (row6Lum[i] < 12)) << q << " lum " << i;
-      EXPECT_GE(d.quantTables[1][i], row6Chr[i] + (row6Chr[i] < 12)) << q << " chr " << i;
+      EXPECT_GE(d.quantTables[0][i], lum6[i] + (lum6[i] < 12)) << q << " lum " << i;
+      EXPECT_GE(d.quantTables[1][i], chr6[i] + (chr6[i] < 12)) << q << " chr " << i;
     }
   }
-  d.PixmereQuality(0);
-  EXPECT_EQ(d.quantTables[0][3] * 1000 + d.quantTables[1][1], 81051);
   d.flags = 0x004;  // CMYK: four components on one table
   d.PixmereQuality(3);
   EXPECT_EQ(d.componentCount * 10 + d.tableCount, 41);
-  d.Quality0to100(3);
+  d.Quality0to100(3);  // kept: the argument is ignored, every divisor is 1
   EXPECT_EQ(d.quantTables[0][0] + d.quantTables[0][63], 2);
 }
 
-TEST(Stream, TinyCallerBufferIsOwnedAndGivesTheSameBytes) {
-  const jpegtest::Rgb img = jpegtest::NoiseImage(64, 40, 5);
-  const std::string reference = jpegtest::Encode(img, 12);
-  ZJPEG::EncoderDescription desc;
-  desc.flags = 0x112;
+// Encodes rows from any source with the plug-in's settings at quality 12.
+void EncodeRows(RowMemoryRequester& rows, int width, int height, jpegtest::StringStream& out,
+                uint32_t flags = 0x112, AppDataCallback* appData = nullptr) {
+  InitializeJPEGEncoder();
+  EncoderDescription desc;
+  desc.flags = flags;
   desc.PixmereQuality(12);
-  ZJPEG::BufferRowMemoryRequester rows(img.pixels.data(), 64 * 3, 40);
+  JPEGEncoder(&rows, uint16_t(width), uint16_t(height)).EncodeImage(&out, desc, appData, 0, 4);
+  out.DumpBuffer();
+}
+
+// Other channel orders, four bytes a pixel and a tiny caller buffer: the
+// same bytes as the plug-in's own path.
+TEST(Encoder, RowLayoutsAndSinksGiveTheSameBytes) {
+  const jpegtest::Rgb rgb = jpegtest::NoiseImage(21, 13, 4);
+  jpegtest::Rgb bgr = rgb;
+  std::vector<uint8_t> xrgb(21 * 13 * 4, 0xAB);
+  for (size_t i = 0; i < size_t(21 * 13); ++i) {
+    std::swap(bgr.pixels[i * 3], bgr.pixels[i * 3 + 2]);
+    std::copy_n(&rgb.pixels[i * 3], 3, &xrgb[i * 4 + 1]);
+  }
+  const std::string reference = jpegtest::Encode(rgb, 12);
+  EXPECT_EQ(jpegtest::Encode(bgr, 12, 0x192), reference);
+  BufferRowMemoryRequester wide(xrgb.data(), 21 * 4, 13);  // the pitch comes from the source
+  jpegtest::StringStream out;
+  EncodeRows(wide, 21, 13, out, 0x130);
+  EXPECT_EQ(out.bytes, reference);
+  BufferRowMemoryRequester rows(rgb.pixels.data(), 21 * 3, 13);
   // Released by the stream with array delete (the leak checker would object).
   jpegtest::StringStream tiny(new uint8_t[5], 5);
-  ZJPEG::JPEGEncoder(&rows, 64, 40).EncodeImage(&tiny, desc, nullptr, 0, 4);
-  tiny.DumpBuffer();
+  EncodeRows(rows, 21, 13, tiny);
   EXPECT_EQ(tiny.capacity, 5u);
   EXPECT_EQ(tiny.bytes, reference);
 }
 
-class FailingRows : public ZJPEG::BufferRowMemoryRequester {
- public:
-  FailingRows(const jpegtest::Rgb& img, int allowed)
-      : BufferRowMemoryRequester(img.pixels.data(), uint32_t(img.width) * 3, uint16_t(img.height)),
-        allowed_(allowed) {}
-  int Request() override { return allowed_-- > 0 ? BufferRowMemoryRequester::Request() : 0; }
-
- private:
-  int allowed_;
-};
-
 TEST(Encoder, RowSourceFailureStillClosesTheFile) {
+  struct FailingRows : BufferRowMemoryRequester {
+    using BufferRowMemoryRequester::BufferRowMemoryRequester;
+    int Request() override { return allowed-- > 0 ? BufferRowMemoryRequester::Request() : 0; }
+    int allowed = 0;
+  };
   const jpegtest::Rgb img = jpegtest::NoiseImage(32, 32, 9);
   for (int allowed : {0, 5}) {  // during the first pass, during the second
-    FailingRows rows(img, allowed);
-    ZJPEG::EncoderDescription desc;
-    desc.flags = 0x112;
-    desc.PixmereQuality(12);
+    FailingRows rows(img.pixels.data(), 32 * 3, 32);
+    rows.allowed = allowed;
     jpegtest::StringStream out;
-    ZJPEG::JPEGEncoder(&rows, 32, 32).EncodeImage(&out, desc, nullptr, 0, 4);
-    out.DumpBuffer();
+    EncodeRows(rows, 32, 32, out);
     ASSERT_GE(out.bytes.size(), 4u);
     EXPECT_EQ(out.bytes.substr(out.bytes.size() - 2), "\xFF\xD9");
-    const bool hasScan = out.bytes.find("\xFF\xDA") != std::string::npos;
-    EXPECT_EQ(hasScan, allowed > 0) << allowed;
+    EXPECT_EQ(out.bytes.find("\xFF\xDA") != std::string::npos, allowed > 0) << allowed;
   }
 }
 
-class TwoSegments : public ZJPEG::AppDataCallback {
- public:
-  int NextSegment() override {
-    if (n_ == 2) return 0;
-    appIndex = n_ == 0 ? 1 : 13;
-    segmentData = reinterpret_cast<const uint8_t*>(n_ == 0 ? "abc" : "Z");
-    segmentLength = n_ == 0 ? 3 : 1;
-    ++n_;
-    return 1;
-  }
-  int HasRawPrefix() override { return 0; }
-
- private:
-  int n_ = 0;
-};
-
 TEST(Encoder, ApplicationSegmentsFollowSoi) {
+  struct TwoSegments : AppDataCallback {
+    int NextSegment() override {
+      if (n == 2) return 0;
+      appIndex = n ? 13 : 1;
+      segmentData = reinterpret_cast<const uint8_t*>(n ? "Z" : "abc");
+      segmentLength = n ? 1 : 3;
+      return ++n;
+    }
+    int HasRawPrefix() override { return 0; }
+    int n = 0;
+  } segments;
   const jpegtest::Rgb img = jpegtest::NoiseImage(8, 8, 1);
-  ZJPEG::EncoderDescription desc;
-  desc.flags = 0x112;
-  desc.PixmereQuality(12);
-  ZJPEG::BufferRowMemoryRequester rows(img.pixels.data(), 24, 8);
-  TwoSegments segments;
+  BufferRowMemoryRequester rows(img.pixels.data(), 24, 8);
   jpegtest::StringStream out;
-  ZJPEG::JPEGEncoder(&rows, 8, 8).EncodeImage(&out, desc, &segments, 0, 4);
-  out.DumpBuffer();
+  EncodeRows(rows, 8, 8, out, 0x112, &segments);
   EXPECT_EQ(out.bytes.substr(0, 16), std::string("\xFF\xD8\xFF\xE1\x00\x05"
                                                  "abc\xFF\xED\x00\x03Z\xFF\xEE",
                                                  16));
