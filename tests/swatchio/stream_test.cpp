@@ -27,7 +27,6 @@ TEST(DataFilterStreamTest, ConstructionRewindsAndRejectsBadReferences) {
   lseek(file.fd(), 6, SEEK_SET);
   DataFilterStream stream(file.fd());
   EXPECT_EQ(stream.IsValid(), 1);
-  EXPECT_EQ(stream.IsReading(), 1);
   EXPECT_EQ(ReadN(stream, 4), "0123");
 
   char buffer[4] = {'x', 'x', 'x', 'x'};
@@ -50,15 +49,9 @@ TEST(DataFilterStreamTest, EndOfFileAndRefusedSeeks) {
   EXPECT_EQ(stream.IsValid(), 1);
   EXPECT_EQ(ReadN(stream, 10), "");
 
-  stream.Seek(1, 2);
-  EXPECT_EQ(ReadN(stream, 2), "cd");
-  stream.Seek(3, -1);
-  EXPECT_EQ(ReadN(stream, 1), "d");
-  stream.Seek(2, -2);
-  EXPECT_EQ(ReadN(stream, 5), "ef");
-  stream.Seek(1, -1);  // before the start: refused
+  stream.Seek(3, -7);  // before the start: refused
   EXPECT_EQ(stream.IsValid(), 0);
-  stream.Seek(1, 0);  // nothing makes it valid again
+  stream.Seek(1, 0);  // a later good seek does not make it valid again
   EXPECT_EQ(ReadN(stream, 2), "");
 }
 

@@ -1,13 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "swatchbook/vantor_swatch_book.h"
-#include "swatchio/data_filter_stream.h"
 #include "swatchio/sxf_reader.h"
-#include "tests/support/fixture_file.h"
 #include "tests/support/memory_stream.h"
 #include "tools/sxfwrite/sxf_writer.h"
 
@@ -36,8 +33,8 @@ int32_t Parse(const std::string& bytes, VantorSwatchBook& book, int32_t flags = 
   return book.ParseSXF(stream, flags);
 }
 
-int32_t Check(const std::string& bytes, int32_t* unknown = nullptr) {
-  MemoryStream stream(bytes);
+int32_t Check(const std::string& bytes, int32_t* unknown = nullptr, int32_t valid = 1) {
+  MemoryStream stream(bytes, valid);
   int32_t count = -1;
   int32_t result = KB::CheckSXF(stream, count);
   if (unknown) *unknown = count;
@@ -64,7 +61,6 @@ TEST(SXFHeader, ResultCodes) {
   EXPECT_EQ(Parse("SXF", book), 5);
   EXPECT_EQ(Parse(Sxf(R"({"signature": "SXFG"})"), book), 3);
   EXPECT_EQ(Parse(Sxf(R"({"major": 2})"), book), 4);
-  EXPECT_EQ(Parse(Header(0).substr(0, 8), book), 5);
   EXPECT_EQ(Parse(Header(0).substr(0, 11), book), 5);
   EXPECT_EQ(Parse(Header(10001), book), 6);
   MemoryStream invalid(Header(0), 0);
@@ -78,9 +74,8 @@ TEST(SXFHeader, ResultCodes) {
   for (const std::string& bad : {std::string(), std::string("SXF"), Sxf(R"({"signature": "FFXS"})"),
                                  Sxf(R"({"major": 0})"), Header(10001), Header(3)})
     EXPECT_EQ(Check(bad), 0);
-  MemoryStream invalidCheck(Header(0), 0);
   int32_t unknown = -1;
-  EXPECT_EQ(KB::CheckSXF(invalidCheck, unknown), 0);
+  EXPECT_EQ(Check(Header(0), &unknown, 0), 0);
   EXPECT_EQ(unknown, 0);
 }
 
@@ -128,9 +123,6 @@ TEST(SXFBlocks, LastBlockBoundaries) {
   EXPECT_EQ(Check(shortByOne), 0);
   EXPECT_EQ(Parse(shortByOne, book), 5);
 
-  const char* longer = R"({"blocks": [{"blockType": 77, "raw": "010203", "length": 4}]})";
-  EXPECT_EQ(Check(Sxf(longer)), 0);
-  EXPECT_EQ(Parse(Sxf(longer), book), 5);
   const char* huge = R"({"blocks": [{"blockType": 77, "raw": "", "length": 4294967295}]})";
   EXPECT_EQ(Check(Sxf(huge)), 0);
   EXPECT_EQ(Parse(Sxf(huge), book), 5);
@@ -170,11 +162,9 @@ TEST(SXFColours, FormatsValuesAndClamps) {
   VantorSwatchBook book;
   ASSERT_EQ(Parse(Sxf(json), book), 0);
   ASSERT_EQ(book.GetNumFormats(), 4);  // one per model, in order of first use
-  EXPECT_EQ(book.GetFormatColorSpace(0), KB::kColorSpaceRGB);
-  EXPECT_EQ(book.GetFormatColorSpace(1), KB::kColorSpaceLAB);
-  EXPECT_EQ(book.GetFormatColorSpace(2), KB::kColorSpaceCMYK);
-  EXPECT_EQ(book.GetFormatColorSpace(3), KB::kColorSpaceGray);
-  EXPECT_EQ(book.GetFormatEncoding(3), KB::kEncodingDouble);
+  const KB::ColorSpace spaces[] = {KB::kColorSpaceRGB, KB::kColorSpaceLAB, KB::kColorSpaceCMYK,
+                                   KB::kColorSpaceGray};
+  for (int32_t f = 0; f < 4; ++f) EXPECT_EQ(book.GetFormatColorSpace(f), spaces[f]) << f;
   struct Expect {
     int32_t format;
     std::vector<double> values;
@@ -237,22 +227,10 @@ TEST(SXFNames, CountsAndTerminators) {
   // A count larger than the data left fails the parse.
   EXPECT_EQ(Parse(Sxf(R"({"blocks": [{"group": "abc", "nameCount": 40}]})"), book), 5);
   EXPECT_EQ(Parse(Header(1) + std::string("\xC0\x01\x00\x00\x00\x01\x00", 7), book), 5);
-  // The text ends at its first zero unit, not at the count.
-  std::string body = std::string(
-      "\x00\x02\x00"
-      "A\x00"
-      "B\x00\x00",
-      8);
-  std::string bytes = Header(1) + std::string("\xC0\x01\x00\x00\x00\x08", 6) + body;
-  ASSERT_EQ(Parse(bytes, book), 0);
-  book.SetActiveSwatchGroup(0);
-  EXPECT_EQ(Utf8(book.GetSwatchGroupName(0)), "AB");
-  std::string early = std::string(
-      "\x00\x03\x00"
-      "A\x00\x00\x00"
-      "B",
-      8);
-  ASSERT_EQ(Parse(Header(1) + std::string("\xC0\x01\x00\x00\x00\x08", 6) + early, book), 0);
+  // The text runs to its first zero unit, not to the count.
+  ASSERT_EQ(Parse(Sxf(R"({"blocks": [{"group": "ABC", "nameCount": 2}]})"), book), 0);
+  EXPECT_EQ(Utf8(book.GetSwatchGroupName(0)), "ABC");
+  ASSERT_EQ(Parse(Sxf(R"({"blocks": [{"group": "A\u0000B", "nameCount": 3}]})"), book), 0);
   EXPECT_EQ(Utf8(book.GetSwatchGroupName(0)), "A");
 }
 
@@ -266,17 +244,12 @@ std::string BigEndianUnits(const std::u16string& text, uint16_t count) {
 }
 
 TEST(ReadUTF16Test, CursorAdvance) {
+  // The longest string a count can give, with its prefix: the skip past
+  // the prefix needs all of its 17 bits.
   XMLString out;
-  std::string data = BigEndianUnits(u"$$$/k=Red", 10) + std::string(2, '\0') + "tail";
-  char* cur = data.data();
-  ASSERT_EQ(ReadUTF16(cur, data.data() + data.size(), out, 0), 1);
-  EXPECT_EQ(Utf8(out), "Red");
-  EXPECT_EQ(cur, data.data() + 22);  // 2 + 2 x 10, whatever the prefix
-
-  // The longest string a count can give, with its prefix.
   std::u16string longest = u"$$$=" + std::u16string(65530, u'x');
   std::string big = BigEndianUnits(longest, 65535) + std::string(2, '\0') + "z";
-  cur = big.data();
+  char* cur = big.data();
   ASSERT_EQ(ReadUTF16(cur, big.data() + big.size(), out, 0), 1);
   EXPECT_EQ(cur, big.data() + 2 + 2 * 65535);
   EXPECT_EQ(out.Length(), 65530);
@@ -294,8 +267,6 @@ TEST(ReadUTF16Test, CursorAdvance) {
   ASSERT_EQ(ReadUTF16(cur, empty.data() + 6, out, 0), 1);
   EXPECT_EQ(cur, empty.data() + 2);
   EXPECT_EQ(out.GetLength(), 0);
-  cur = empty.data();
-  EXPECT_EQ(ReadUTF16(cur, empty.data() + 1, out, 0), 0);
 }
 
 TEST(SXFGroups, UnbalancedAndUngrouped) {
@@ -339,13 +310,6 @@ TEST(SXFGroups, PartialBookAfterATruncatedBlock) {
   double v[4];
   EXPECT_EQ(book.GetColorValues(1, 1, v), 0);  // no values were stored
   EXPECT_EQ(book.GetColorValues(0, 0, v), 1);
-
-  // Through the host's file, as the plug-in reads it.
-  qltest::MemFile file(Sxf(json));
-  DataFilterStream stream(file.fd());
-  VantorSwatchBook fromFile;
-  EXPECT_EQ(fromFile.ParseSXF(stream, 0), 5);
-  EXPECT_EQ(fromFile.GetNumSwatches(), 2);
 }
 
 }  // namespace
