@@ -12,9 +12,11 @@
 namespace {
 
 using nlohmann::json;
+using xmppacket::AddGroup;
 using xmppacket::Packet;
 using xmppacket::PacketOf;
 using xmppacket::Rgb;
+using xmppacket::Swatch;
 
 std::string Group(int g) {
   return "xmpTPg:SwatchGroups[" + std::to_string(g) + "]/";
@@ -24,115 +26,85 @@ std::string Colorant(int g, int c) {
   return Group(g) + "xmpG:Colorants[" + std::to_string(c) + "]/xmpG:";
 }
 
+// The colorant's fields other than its name, "field=value" in writing order.
+std::string Fields(const Packet& p, int g, int c) {
+  std::string out;
+  for (const char* f : {"tint", "mode", "type", "gray", "red", "green", "blue", "cyan", "magenta",
+                        "yellow", "black", "L", "A", "B"})
+    if (p.Has(Colorant(g, c) + f))
+      out += (out.empty() ? "" : " ") + std::string(f) + "=" + p.Text(Colorant(g, c) + f);
+  return out;
+}
+
+// Each group as "name (type): swatch names".
+std::string Groups(const Packet& p) {
+  std::string out;
+  for (int g = 1; g <= p.Count("xmpTPg:SwatchGroups"); ++g) {
+    out += (g > 1 ? " | " : "") + p.Text(Group(g) + "xmpG:groupName") + " (" +
+           p.Text(Group(g) + "xmpG:groupType") + "):";
+    for (int c = 1; c <= p.Count(Group(g) + "xmpG:Colorants"); ++c)
+      out += (c > 1 ? ", " : " ") + p.Text(Colorant(g, c) + "swatchName");
+  }
+  return out;
+}
+
 TEST(PacketContent, GroupsAndColorantsInFileOrder) {
-  Packet p(PacketOf(json::array({
-      Rgb("Loose one", 1, 0, 0),
-      Rgb("Loose two", 0, 1, 0),
-      {{"group", "Empty"}},
-      {{"groupEnd", true}},
-      {{"group", "Brand"}},
-      Rgb("Brand red", 1, 0, 0),
-      {{"groupEnd", true}},
-  })));
-  ASSERT_EQ(p.Count("xmpTPg:SwatchGroups"), 2);  // the empty group takes no index
-  EXPECT_EQ(p.Text(Group(1) + "xmpG:groupName"), "Default Swatch Group");
-  EXPECT_EQ(p.Text(Group(1) + "xmpG:groupType"), "0");
-  EXPECT_EQ(p.Count(Group(1) + "xmpG:Colorants"), 2);
-  EXPECT_EQ(p.Text(Colorant(1, 2) + "swatchName"), "Loose two");
-  EXPECT_EQ(p.Text(Group(2) + "xmpG:groupName"), "Brand");
-  EXPECT_EQ(p.Text(Group(2) + "xmpG:groupType"), "1");
-  EXPECT_EQ(p.Text(Colorant(2, 1) + "swatchName"), "Brand red");
+  json blocks = json::array({Rgb("Loose one", 1, 0, 0), Rgb("Loose two", 0, 1, 0)});
+  AddGroup(blocks, "Empty", json::array());  // skipped: it takes no index
+  Packet p(PacketOf(AddGroup(blocks, "Brand", json::array({Rgb("Brand red", 1, 0, 0)}))));
+  EXPECT_EQ(Groups(p), "Default Swatch Group (0): Loose one, Loose two | Brand (1): Brand red");
 }
 
-TEST(PacketContent, ComponentsOfEveryMode) {
-  Packet p(PacketOf(json::array({
-      {{"swatch", "G"}, {"model", "Gray"}, {"values", {0.5}}},
-      {{"swatch", "R"}, {"model", "RGB "}, {"values", {0.5, 1.0, 0.0}}},
-      {{"swatch", "C"}, {"model", "CMYK"}, {"values", {0.25, 1.0, 0.0, 0.5}}},
-      // The file holds L as 0-1; the packet shows it as stored (0-100).
-      {{"swatch", "L"}, {"model", "LAB "}, {"values", {0.507, -12.9, 20.99}}},
-  })));
-  EXPECT_EQ(p.Text(Colorant(1, 1) + "mode"), "GRAY");
-  EXPECT_EQ(p.Text(Colorant(1, 1) + "gray"), "127");  // truncated, not rounded
-  EXPECT_EQ(p.Text(Colorant(1, 2) + "mode"), "RGB");
-  EXPECT_EQ(p.Text(Colorant(1, 2) + "red"), "127");
-  EXPECT_EQ(p.Text(Colorant(1, 2) + "green"), "255");
-  EXPECT_EQ(p.Text(Colorant(1, 2) + "blue"), "0");
-  EXPECT_EQ(p.Text(Colorant(1, 3) + "mode"), "CMYK");
-  EXPECT_EQ(p.Text(Colorant(1, 3) + "cyan"), "25.000000");  // a real, printed as %f
-  EXPECT_DOUBLE_EQ(p.Number(Colorant(1, 3) + "magenta"), 100.0);
-  EXPECT_DOUBLE_EQ(p.Number(Colorant(1, 3) + "yellow"), 0.0);
-  EXPECT_DOUBLE_EQ(p.Number(Colorant(1, 3) + "black"), 50.0);
-  EXPECT_EQ(p.Text(Colorant(1, 4) + "mode"), "LAB");
-  EXPECT_NEAR(p.Number(Colorant(1, 4) + "L"), 50.7, 1e-4);
-  EXPECT_EQ(p.Text(Colorant(1, 4) + "A"), "-12");  // toward zero
-  EXPECT_EQ(p.Text(Colorant(1, 4) + "B"), "20");
-}
-
-TEST(PacketContent, TypesAndTints) {
-  // Type word: bit 0 spot, else bit 1 process untinted, else process.
-  Packet p(PacketOf(json::array({
-      {{"swatch", "spot"}, {"model", "RGB "}, {"values", {1, 0, 0}}, {"type", 1}, {"tint", 0.25}},
-      {{"swatch", "process"}, {"model", "Gray"}, {"values", {0.5}}, {"type", 0}, {"tint", 0.5}},
-      {{"swatch", "untinted"},
-       {"model", "CMYK"},
-       {"values", {0, 0, 0, 1}},
-       {"type", 2},
-       {"tint", 0.75}},
-      {{"swatch", "zero"}, {"model", "RGB "}, {"values", {0, 0, 1}}, {"type", 1}, {"tint", 0.0}},
-      {{"swatch", "plain"}, {"model", "LAB "}, {"values", {0.5, 0, 0}}, {"type", 1}},
-  })));
-  EXPECT_EQ(p.Text(Colorant(1, 1) + "type"), "SPOT");
-  EXPECT_EQ(p.Text(Colorant(1, 1) + "tint"), "75.000000");
-  EXPECT_EQ(p.Text(Colorant(1, 2) + "type"), "PROCESS");
-  EXPECT_DOUBLE_EQ(p.Number(Colorant(1, 2) + "tint"), 50.0);
-  EXPECT_EQ(p.Text(Colorant(1, 3) + "type"), "PROCESS");
-  EXPECT_FALSE(p.Has(Colorant(1, 3) + "tint"));
-  EXPECT_FALSE(p.Has(Colorant(1, 4) + "tint"));
-  EXPECT_FALSE(p.Has(Colorant(1, 5) + "tint"));
+TEST(PacketContent, ComponentsTypesAndTints) {
+  // Integers are truncated toward zero; reals are printed as %f. The file
+  // holds Lab L as 0-1, the packet shows it as stored (0-100). Type word: bit
+  // 0 spot, else bit 1 process untinted, else process. The tint is written as
+  // (1 - t) x 100, never for untinted swatches nor for t = 0.
+  struct Case {
+    json block;
+    const char* fields;
+  } cases[] = {
+      {Swatch("G", "Gray", {0.5}), "mode=GRAY type=PROCESS gray=127"},
+      {Rgb("R", 0.5, 1.0, 0.0), "mode=RGB type=PROCESS red=127 green=255 blue=0"},
+      {Swatch("C", "CMYK", {0.25, 1.0, 0.0, 0.5}),
+       "mode=CMYK type=PROCESS cyan=25.000000 magenta=100.000000 yellow=0.000000 black=50.000000"},
+      {Swatch("L", "LAB ", {0.505, -12.9, 20.99}), "mode=LAB type=PROCESS L=50.500000 A=-12 B=20"},
+      {Swatch("spot", "RGB ", {1, 0, 0}, 1, 0.25),
+       "tint=75.000000 mode=RGB type=SPOT red=255 green=0 blue=0"},
+      {Swatch("process", "Gray", {0.5}, 0, 0.5), "tint=50.000000 mode=GRAY type=PROCESS gray=127"},
+      {Swatch("untinted", "Gray", {1}, 2, 0.75), "mode=GRAY type=PROCESS gray=255"},
+      {Swatch("zero", "Gray", {0}, 1, 0.0), "mode=GRAY type=SPOT gray=0"},
+      {Swatch("plain", "Gray", {0}, 1), "mode=GRAY type=SPOT gray=0"},
+  };
+  json blocks = json::array();
+  for (const Case& c : cases) blocks.push_back(c.block);
+  Packet p(PacketOf(blocks));
+  for (size_t i = 0; i < std::size(cases); ++i)
+    EXPECT_EQ(Fields(p, 1, int(i) + 1), cases[i].fields) << cases[i].block["swatch"];
 }
 
 TEST(PacketContent, Names) {
-  Packet p(PacketOf(json::array({
-      {{"swatch", "Crème brûlée 朱色 🎉"}, {"model", "Gray"}, {"values", {0.2}}},
-      {{"swatch", "$$$/Swatch/Red=Red"}, {"model", "RGB "}, {"values", {1, 0, 0}}},
-      {{"swatch", ""}, {"model", "RGB "}, {"values", {0, 1, 0}}},
-      {{"group", "Warm"}},
-      {{"swatch", ""}, {"model", "RGB "}, {"values", {1, 0.5, 0}}},
-      {{"groupEnd", true}},
-      {{"group", ""}},
-      Rgb("Cool", 0, 0, 1),
-      {{"groupEnd", true}},
-  })));
-  EXPECT_EQ(p.Text(Colorant(1, 1) + "swatchName"), "Crème brûlée 朱色 🎉");
-  EXPECT_EQ(p.Text(Colorant(1, 2) + "swatchName"), "Red");
-  // An empty name repeats the name written before it, whatever that was.
-  EXPECT_EQ(p.Text(Colorant(1, 3) + "swatchName"), "Red");
-  EXPECT_EQ(p.Text(Colorant(2, 1) + "swatchName"), "Warm");
-  EXPECT_EQ(p.Text(Group(3) + "xmpG:groupName"), "Warm");
-  EXPECT_EQ(p.Text(Colorant(3, 1) + "swatchName"), "Cool");
-}
-
-TEST(PacketContent, GroupOfUnsupportedSwatchesIsListedWithoutColorants) {
-  // A colour entry cut off before its values leaves a swatch without colour.
   json blocks = json::array({
-      {{"group", "Partial"}},
-      {{"swatch", "Cut short"}, {"model", "RGB "}, {"values", {0.1, 0.2, 0.3}}},
+      Swatch("Crème brûlée 朱色 🎉", "Gray", {0.2}),
+      Rgb("$$$/Swatch/Red=Red", 1, 0, 0),
+      Rgb("", 0, 1, 0),
   });
-  xmppacket::Request r = xmppacket::RunXmpRequest(xmppacket::SwatchFile(blocks, {{"truncate", 5}}));
-  ASSERT_TRUE(r.handedOver);
-  Packet p(r.packet);
-  ASSERT_EQ(p.Count("xmpTPg:SwatchGroups"), 1);
-  EXPECT_EQ(p.Text(Group(1) + "xmpG:groupName"), "Partial");
-  EXPECT_EQ(p.Text(Group(1) + "xmpG:groupType"), "1");
-  EXPECT_EQ(p.Count(Group(1) + "xmpG:Colorants"), 0);
-  // No chip either: the one page is the blank 31 x 31 one.
-  std::vector<Packet::Page> pages = p.Pages();
-  ASSERT_EQ(pages.size(), 1u);
-  EXPECT_EQ(pages[0].width, 31);
+  AddGroup(blocks, "Warm", json::array({Rgb("", 1, 0.5, 0)}));
+  Packet p(PacketOf(AddGroup(blocks, "", json::array({Rgb("Cool", 0, 0, 1)}))));
+  // An empty name repeats the name written before it, whatever that was.
+  EXPECT_EQ(Groups(p),
+            "Default Swatch Group (0): Crème brûlée 朱色 🎉, Red, Red | Warm (1): Warm | "
+            "Warm (1): Cool");
 }
 
-TEST(PacketContent, XyzSwatchGetsNoColorant) {
+TEST(PacketContent, UnsupportedSwatchesGetNoColorantNorChip) {
+  // A colour entry cut off before its values leaves a swatch without colour;
+  // its group is still listed, and the one page is the blank 31 x 31 one.
+  json blocks = json::array({{{"group", "Partial"}}, Rgb("Cut short", 0.1, 0.2, 0.3)});
+  Packet p(PacketOf(blocks, {{"truncate", 5}}));
+  EXPECT_EQ(Groups(p), "Partial (1):");
+  EXPECT_EQ(p.Pages().at(0).width, 31);
+
   // The exchange files carry no XYZ model; a book filled directly can.
   VantorSwatchBook book;
   book.CreateSwatchGroup();
@@ -141,17 +113,15 @@ TEST(PacketContent, XyzSwatchGetsNoColorant) {
   book.SetFormatEncoding(format, KeltoSwatchbook::kEncodingDouble);
   book.SetFormatColorSpace(format, KeltoSwatchbook::kColorSpaceXYZ);
   int32_t swatch = book.AddSwatch(-1);
-  book.SetSwatchName(swatch, "D50 white");
   const double xyz[4] = {0.9642, 1.0, 0.8249, 0};
   book.AddColorValues(swatch, format, xyz);
   std::string packet;
   ASSERT_TRUE(xmptk::Initialize());
   XMPMgmt().GenerateXMP(book, packet);
   xmptk::Terminate();
-  Packet p(packet);
-  ASSERT_EQ(p.Count("xmpTPg:SwatchGroups"), 1);
-  EXPECT_EQ(p.Text(Group(1) + "xmpG:groupName"), "Measured");
-  EXPECT_EQ(p.Count(Group(1) + "xmpG:Colorants"), 0);
+  Packet xyzPacket(packet);
+  EXPECT_EQ(Groups(xyzPacket), "Measured (1):");
+  EXPECT_EQ(xyzPacket.Pages().at(0).width, 31);
 }
 
 }  // namespace

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 
+#include "host/host_simulator.h"
 #include "sdk/selectors.h"
 #include "tests/support/base64.h"
 #include "tests/support/fixture_file.h"
@@ -13,6 +13,8 @@
 extern "C" void PluginMain(int16_t, pixmere::FormatRecord*, intptr_t*, int16_t*);
 
 namespace xmppacket {
+
+using nlohmann::json;
 
 namespace {
 
@@ -27,25 +29,36 @@ std::string NamespaceOf(const std::string& path) {
 
 }  // namespace
 
-std::string SwatchFile(const nlohmann::json& blocks, const nlohmann::json& extra) {
-  nlohmann::json description = extra.is_object() ? extra : nlohmann::json::object();
+std::string SwatchFile(const json& blocks, const json& extra) {
+  json description = extra.is_object() ? extra : json::object();
   description["blocks"] = blocks;
   std::string bytes, error;
   EXPECT_TRUE(sxfwrite::BuildSxf(description, &bytes, &error)) << error;
   return bytes;
 }
 
-nlohmann::json Rgb(const std::string& name, double r, double g, double b) {
-  return {{"swatch", name}, {"model", "RGB "}, {"values", {r, g, b}}};
+json Rgb(const std::string& name, double r, double g, double b) {
+  return Swatch(name, "RGB ", {r, g, b});
 }
 
-pxhost::SessionOptions DefaultOptions() {
+json Swatch(const std::string& name, const char* model, const std::vector<double>& values,
+            int typeWord, std::optional<double> tint) {
+  json block = {{"swatch", name}, {"model", model}, {"values", values}, {"type", typeWord}};
+  if (tint) block["tint"] = *tint;
+  return block;
+}
+
+json& AddGroup(json& blocks, const std::string& name, const json& swatches) {
+  blocks.push_back({{"group", name}});
+  for (const json& s : swatches) blocks.push_back(s);
+  blocks.push_back({{"groupEnd", true}});
+  return blocks;
+}
+
+Request RunXmpRequest(const std::string& fileBytes, bool newHandleFails) {
   pxhost::SessionOptions options;
   options.fileType = pixmere::FourCC("SXF ");
-  return options;
-}
-
-Request RunXmpRequest(const std::string& fileBytes, const pxhost::SessionOptions& options) {
+  options.newHandleFails = newHandleFails;
   qltest::MemFile file(fileBytes);
   pxhost::HostSession session(&PluginMain, file.fd(), options);
   Request r;
@@ -57,8 +70,8 @@ Request RunXmpRequest(const std::string& fileBytes, const pxhost::SessionOptions
   return r;
 }
 
-std::string PacketOf(const nlohmann::json& blocks) {
-  Request r = RunXmpRequest(SwatchFile(blocks));
+std::string PacketOf(const json& blocks, const json& extra) {
+  Request r = RunXmpRequest(SwatchFile(blocks, extra));
   EXPECT_EQ(r.result, 0);
   EXPECT_TRUE(r.handedOver);
   return r.packet;
@@ -77,12 +90,6 @@ std::string Packet::Text(const std::string& path) const {
   return value;
 }
 
-double Packet::Number(const std::string& path) const {
-  std::string text = Text(path);
-  EXPECT_FALSE(text.empty()) << path;
-  return std::strtod(text.c_str(), nullptr);
-}
-
 int32_t Packet::Count(const std::string& arrayPath) const {
   int32_t n = 0;
   while (Has(arrayPath + "[" + std::to_string(n + 1) + "]")) ++n;
@@ -92,14 +99,16 @@ int32_t Packet::Count(const std::string& arrayPath) const {
 std::vector<Packet::Page> Packet::Pages() const {
   std::vector<Page> pages;
   for (int32_t n = 1; n <= Count("xmp:PageInfo"); ++n) {
-    std::string item = "xmp:PageInfo[" + std::to_string(n) + "]/";
+    std::string item = "xmp:PageInfo[" + std::to_string(n) + "]/", error;
     Page p;
-    p.number = int32_t(Number(item + "xmpTPg:PageNumber"));
-    p.width = int32_t(Number(item + "xmpGImg:width"));
-    p.height = int32_t(Number(item + "xmpGImg:height"));
-    p.format = Text(item + "xmpGImg:format");
+    EXPECT_EQ(Text(item + "xmpTPg:PageNumber"), std::to_string(n));
+    EXPECT_EQ(Text(item + "xmpGImg:format"), "JPEG");
+    p.width = std::stoi(Text(item + "xmpGImg:width"));
+    p.height = std::stoi(Text(item + "xmpGImg:height"));
     p.jpeg = qltest::DecodeBase64(Text(item + "xmpGImg:image"));
-    jpegtest::Decode(p.jpeg, p.pixels, p.decodeError);
+    EXPECT_TRUE(jpegtest::Decode(p.jpeg, p.pixels, error)) << "page " << n << ": " << error;
+    EXPECT_EQ(p.pixels.width, p.width);
+    EXPECT_EQ(p.pixels.height, p.height);
     pages.push_back(std::move(p));
   }
   return pages;

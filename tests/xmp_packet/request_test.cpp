@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -19,19 +19,16 @@
 namespace {
 
 using nlohmann::json;
+using qltest::Outcome;
+using qltest::Shell;
 using xmppacket::Packet;
 using xmppacket::Request;
 using xmppacket::RunXmpRequest;
 using xmppacket::SwatchFile;
 
 json ThreeModes() {
-  return json::array({
-      {{"group", "Brand"}},
-      xmppacket::Rgb("Red", 1, 0, 0),
-      {{"swatch", "Ink"}, {"model", "Gray"}, {"values", {0.1}}},
-      {{"swatch", "Sand"}, {"model", "LAB "}, {"values", {0.8, 4, 18}}},
-      {{"groupEnd", true}},
-  });
+  return json::array({xmppacket::Rgb("Red", 1, 0, 0), xmppacket::Swatch("Ink", "Gray", {0.1}),
+                      xmppacket::Swatch("Sand", "LAB ", {0.8, 4, 18})});
 }
 
 TEST(XmpRequest, HandsOverExactlyThePacket) {
@@ -43,7 +40,6 @@ TEST(XmpRequest, HandsOverExactlyThePacket) {
   // packet's closing processing instruction.
   EXPECT_EQ(r.handleSize, int32_t(r.packet.size()));
   EXPECT_EQ(r.packet.back(), '>');
-  EXPECT_EQ(Packet(r.packet).Count("xmpTPg:SwatchGroups[1]/xmpG:Colorants"), 3);
 
   // The colour engine was used and everything the request took from it was
   // given back; the binding is down again, so its wrappers are inert.
@@ -54,6 +50,7 @@ TEST(XmpRequest, HandsOverExactlyThePacket) {
 }
 
 TEST(XmpRequest, WhateverTheReaderLeavesIsDescribed) {
+  // No swatches: no groups and one white 31 x 31 page.
   struct Case {
     const char* what;
     std::string bytes;
@@ -71,39 +68,33 @@ TEST(XmpRequest, WhateverTheReaderLeavesIsDescribed) {
     std::vector<Packet::Page> pages = p.Pages();
     ASSERT_EQ(pages.size(), 1u) << c.what;
     EXPECT_EQ(pages[0].width, 31) << c.what;
-    EXPECT_EQ(pages[0].decodeError, "") << c.what;
+    EXPECT_EQ(pages[0].height, 31) << c.what;
+    const std::vector<uint8_t>& px = pages[0].pixels.pixels;
+    EXPECT_GE(*std::min_element(px.begin(), px.end()), 250) << c.what;
   }
 }
 
-TEST(XmpRequest, NoBindingMeansNoPacketAndNoError) {
+TEST(XmpRequest, NoBindingOrNoHandleMeansNoPacket) {
   hostcolour::SetBindingOffered(false);
   Request r = RunXmpRequest(SwatchFile(ThreeModes()));
   hostcolour::SetBindingOffered(true);
-  EXPECT_EQ(r.result, 0);
+  EXPECT_EQ(r.result, 0);  // without the binding there is nothing to report
   EXPECT_FALSE(r.handedOver);
   EXPECT_EQ(r.handleSize, -1);
-}
 
-TEST(XmpRequest, RefusedHandleIsCannotRead) {
-  pxhost::SessionOptions options = xmppacket::DefaultOptions();
-  options.newHandleFails = true;
-  Request r = RunXmpRequest(SwatchFile(ThreeModes()), options);
+  r = RunXmpRequest(SwatchFile(ThreeModes()), /*newHandleFails=*/true);
   EXPECT_EQ(r.result, pixmere::kResultCannotRead);
   EXPECT_FALSE(r.handedOver);
   EXPECT_EQ(hostcolour::GetCounters().liveObjects, 0);
 }
 
-using qltest::Outcome;
-using qltest::Shell;
-
 std::string ReadAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
   std::stringstream s;
-  s << in.rdbuf();
+  s << std::ifstream(path, std::ios::binary).rdbuf();
   return s.str();
 }
 
-// Two pages: a full one of 82 chips' worth, and the last chip on page 2.
+// Two pages: a full one of 81 chips, and the last chip on page 2.
 json TwoPages() {
   json blocks = json::array({xmppacket::Rgb("Première", 1, 0, 0)});
   for (int i = 1; i < 82; ++i) blocks.push_back(xmppacket::Rgb("s" + std::to_string(i), 0, 1, 0));
@@ -118,13 +109,8 @@ TEST(PxhostXmp, WritesThePacketAndPages) {
   ASSERT_EQ(r.status, 0) << r.out;
   std::vector<Packet::Page> pages = Packet(ReadAll(out)).Pages();
   ASSERT_EQ(pages.size(), 2u);
-  for (int n = 1; n <= 2; ++n) {
-    std::string jpeg = ReadAll(dir + "/page-" + std::to_string(n) + ".jpg");
-    EXPECT_EQ(jpeg, pages[size_t(n - 1)].jpeg);
-    jpegtest::Rgb img;
-    std::string error;
-    EXPECT_TRUE(jpegtest::Decode(jpeg, img, error)) << error;
-  }
+  EXPECT_EQ(ReadAll(dir + "/page-1.jpg"), pages[0].jpeg);
+  EXPECT_EQ(ReadAll(dir + "/page-2.jpg"), pages[1].jpeg);
   std::filesystem::remove_all(dir);
 }
 
@@ -142,12 +128,8 @@ TEST(PxhostXmp, RefusalsExplainThemselves) {
 
 TEST(Exiv2, ReadsNamesAndPages) {
   if (access("/usr/bin/exiv2", X_OK) != 0) GTEST_SKIP() << "exiv2 is not installed";
-  qltest::DiskFile file("book.sxf", SwatchFile(TwoPages()));
-  std::string sidecar = file.path() + ".xmp";
-  Request r = RunXmpRequest(ReadAll(file.path()));
-  ASSERT_TRUE(r.handedOver);
-  std::ofstream(sidecar, std::ios::binary) << r.packet;
-  Outcome o = Shell("/usr/bin/exiv2 -px " + sidecar);
+  qltest::DiskFile sidecar("book.xmp", xmppacket::PacketOf(TwoPages()));
+  Outcome o = Shell("/usr/bin/exiv2 -px " + sidecar.path());
   EXPECT_EQ(o.status, 0) << o.out;
   EXPECT_NE(o.out.find("swatchName"), std::string::npos) << o.out.substr(0, 2000);
   EXPECT_NE(o.out.find("Première"), std::string::npos);
