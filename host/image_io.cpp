@@ -25,7 +25,14 @@ bool EndsWith(const std::string& s, const char* suffix) {
   return true;
 }
 
-std::string WritePng(FILE* f, const RgbImage& image) {
+void AppendToString(png_structp png, png_bytep data, png_size_t size) {
+  static_cast<std::string*>(png_get_io_ptr(png))->append(reinterpret_cast<char*>(data), size);
+}
+
+void FlushNothing(png_structp) {}
+
+// To a FILE when bytes is null, else appended to *bytes.
+std::string WritePng(FILE* f, const RgbImage& image, std::string* bytes = nullptr) {
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
   png_infop info = png ? png_create_info_struct(png) : nullptr;
   if (info == nullptr) {
@@ -36,7 +43,10 @@ std::string WritePng(FILE* f, const RgbImage& image) {
     png_destroy_write_struct(&png, &info);
     return "PNG encoding failed";
   }
-  png_init_io(png, f);
+  if (bytes != nullptr)
+    png_set_write_fn(png, bytes, AppendToString, FlushNothing);
+  else
+    png_init_io(png, f);
   png_set_IHDR(png, info, png_uint_32(image.width), png_uint_32(image.height), 8,
                PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                PNG_FILTER_TYPE_DEFAULT);
@@ -129,6 +139,11 @@ std::string WriteImage(const std::string& path, const RgbImage& image) {
   }
   if (std::ferror(f.get()) && err.empty()) err = "write failed";
   return err.empty() ? err : path + ": " + err;
+}
+
+std::string EncodePng(const RgbImage& image, std::string* bytes) {
+  bytes->clear();
+  return WritePng(nullptr, image, bytes);
 }
 
 std::string ReadImage(const std::string& path, RgbImage* image) {

@@ -16,6 +16,7 @@
 #include "host/colour/colour_engine.h"
 #include "host/host_simulator.h"
 #include "host/image_io.h"
+#include "host/thumbnail_command.h"
 #include "sdk/host_types.h"
 #include "sdk/selectors.h"
 #include "sdk/suites.h"
@@ -49,6 +50,11 @@ const char kUsage[] =
     "       [--no-preview-open]    host file type (default: 0, unknown); PROC is required1..4\n"
     "       [--withhold PROC]      or advance-state (repeatable)\n"
     "       [--json]\n"
+    "  thumbnail [-s SIZE] IN OUT  write IN's desktop thumbnail as a PNG file at OUT (any\n"
+    "       [--time-limit SECONDS] name): longest side at most SIZE (16..4096, default 256),\n"
+    "       [--memory-limit MIB]   never enlarged; the embedded thumbnail, the XMP's JPEG\n"
+    "                              thumbnail, the first page rendered (within the limits,\n"
+    "                              default 10 s and 1024 MiB) or a swatch book's chips\n"
     "\n"
     "options:\n"
     "  --plugin PATH   the plug-in module (default: the one built alongside pxhost)\n"
@@ -326,6 +332,33 @@ int Xmp(PluginMainProc entry, const Args& args) {
   return kExitOk;
 }
 
+// A whole number within [low, high], or false.
+bool ParseBounded(const std::string& text, long low, long high, int32_t* value) {
+  char* end = nullptr;
+  errno = 0;
+  long v = std::strtol(text.c_str(), &end, 10);
+  if (text.empty() || *end != 0 || errno != 0 || v < low || v > high) return false;
+  *value = int32_t(v);
+  return true;
+}
+
+int Thumbnail(PluginMainProc entry, const Args& args) {
+  if (args.positional.size() != 2) return Usage("thumbnail: expected IN OUT");
+  pxhost::ThumbnailOptions options;
+  if (args.Has("-s") && !ParseBounded(args.Value("-s"), 16, 4096, &options.size))
+    return Usage("thumbnail: -s takes a size from 16 to 4096");
+  if (args.Has("--time-limit") &&
+      !ParseBounded(args.Value("--time-limit"), 1, 3600, &options.limits.seconds))
+    return Usage("thumbnail: --time-limit takes 1 to 3600 seconds");
+  int32_t mib = 0;
+  if (args.Has("--memory-limit")) {
+    if (!ParseBounded(args.Value("--memory-limit"), 64, 65536, &mib))
+      return Usage("thumbnail: --memory-limit takes 64 to 65536 MiB");
+    options.limits.memoryBytes = int64_t(mib) << 20;
+  }
+  return pxhost::RunThumbnail(entry, args.positional[0], args.positional[1], options);
+}
+
 int Call(PluginMainProc entry, const Args& args) {
   if (args.positional.size() != 2) return Usage("call: expected SELECTOR FILE");
   char* end = nullptr;
@@ -414,6 +447,7 @@ int main(int argc, char** argv) {
       {"method", {{"--plugin"}, {}, Method}},
       {"identify", {{"--plugin"}, {"--json"}, Identify}},
       {"xmp", {{"-o", "--pages", "--plugin"}, {"--no-binding"}, Xmp}},
+      {"thumbnail", {{"-s", "--time-limit", "--memory-limit", "--plugin"}, {}, Thumbnail}},
       {"call", {{"--file-type", "--withhold", "--plugin"}, {"--no-preview-open", "--json"}, Call}},
   };
   auto it = commands.find(command);

@@ -216,14 +216,10 @@ int32_t QLThumbnail::ReadImageData(int32_t /*count*/, int32_t bitsPerPixel, int3
   // Nothing is written at or past total, and total never exceeds the buffer.
   int64_t total = RgbBytes(width, height, bufferSize);
   if (total < 0 || total > bufferSize) return 0;
+  // total is a multiple of 3 and a table entry advances by 3, so an entry
+  // that starts below total ends within it.
   int32_t i = 0;
-  auto emit = [&](uint8_t code) {
-    if (table) {
-      for (int32_t c = 0; c < 3 && i < total; ++c) buffer[i++] = table[code * 3 + c];
-    } else {
-      buffer[i++] = char(code);
-    }
-  };
+  auto emit = [&](uint8_t code) { AssignColor(table != nullptr, table.get(), buffer, code, &i); };
   while (i < total) {
     uint8_t b = GetNextHexByte();
     if (hexExhausted_) return 0;
@@ -273,4 +269,41 @@ int32_t QLThumbnail::GetThumbnailInfo(int32_t* width, int32_t* height, char* buf
   hexExhausted_ = false;
   // The closing "%%EndData" is not checked: what it would say changes nothing.
   return ReadImageData(count, bitsPerPixel, *width, *height, bufferSize, buffer);
+}
+
+void QLThumbnail::AssignColor(int32_t useTable, const char* table, char* out, uint8_t index,
+                              int32_t* pos) {
+  if (useTable && table != nullptr) {
+    std::memcpy(out + *pos, table + index * 3, 3);
+    *pos += 3;
+  } else {
+    out[(*pos)++] = char(index);
+  }
+}
+
+bool QLThumbnail::GetBytes(int32_t count, char* dest) {
+  return stream_.Read(dest, count) == count;
+}
+
+void QLThumbnail::ReloadIfNecessary() {
+  if (bufPtr > kScanBytes - 1 && ReloadBuffer(buffer1, kScanBytes, bufPtr)) bufPtr = 0;
+}
+
+int32_t QLThumbnail::GetRenderingMethod() {
+  // The classification looks at the same 156 positions a keyword search
+  // looks at in one filling, out of a 512-byte head; a shorter file is not
+  // classified at all.
+  constexpr int32_t kHeadBytes = 512;
+  char head[kHeadBytes];
+  if (!GetBytes(kHeadBytes, head)) return 0;
+  auto within = [&](const char* mark) {
+    for (int32_t pos = 0; pos <= kLastSearchPos; ++pos)
+      if (std::memcmp(head + pos, mark, 4) == 0) return true;
+    return false;
+  };
+  if (within("%PDF")) return kQLDocumentPDF;
+  if (within("%!PS")) return kQLDocumentPostScript;
+  // The double colon is part of what is searched for.
+  if (!ScanForString("<?xpacket")) return kQLDocumentOther;
+  return ScanForString("<xap::Thumbnails") ? kQLDocumentXapThumbnail : kQLDocumentOther;
 }

@@ -35,6 +35,20 @@ class QLThumbnail {
                         int32_t bufferSize, char* buffer);
   bool ReloadBuffer(char* buf, int32_t size, int32_t consumed);
 
+  // What kind of document the file is, from its first 512 bytes and its XMP
+  // packet: one of the kQLDocument codes below, or 0 when the file is shorter
+  // than 512 bytes. Reads from the stream's current position.
+  int32_t GetRenderingMethod();
+  // Writes entry index of table (three bytes) at out[*pos] and adds 3 when
+  // useTable and table are both set, else writes index itself and adds 1.
+  static void AssignColor(int32_t useTable, const char* table, char* out, uint8_t index,
+                          int32_t* pos);
+  // Reads count bytes from the stream; true when all of them arrived.
+  bool GetBytes(int32_t count, char* dest);
+  // Refills the scan buffer once the position has run past its end; the
+  // position returns to 0 only when the refill was complete.
+  void ReloadIfNecessary();
+
   bool HexExhausted() const { return hexExhausted_; }
 
  private:
@@ -47,6 +61,12 @@ class QLThumbnail {
   DataFilterStream stream_;
   bool hexExhausted_ = false;
 };
+
+// Document kinds GetRenderingMethod tells apart.
+inline constexpr int32_t kQLDocumentPDF = 1;           // "%PDF" among the first 156 bytes
+inline constexpr int32_t kQLDocumentPostScript = 2;    // "%!PS" among the first 156 bytes
+inline constexpr int32_t kQLDocumentXapThumbnail = 3;  // an XMP packet naming "xap::Thumbnails"
+inline constexpr int32_t kQLDocumentOther = 4;
 
 // Whether a thumbnail of this size can be delivered through the host's
 // fixed read buffer.

@@ -170,3 +170,42 @@ TEST(ThumbnailSearch, WhereTheKeywordIsFound) {
 }
 
 }  // namespace
+
+namespace {
+
+int32_t Classify(const std::string& file) {
+  qltest::MemFile f(file);
+  return QLThumbnail(f.fd()).GetRenderingMethod();
+}
+
+TEST(ThumbnailClassifier, DocumentKindFromTheHeadAndTheXmp) {
+  const std::string pad(600, ' ');
+  struct Case {
+    std::string file;
+    int32_t kind;
+  } cases[] = {
+      {"%PDF-1.4\n" + pad, kQLDocumentPDF},
+      {"%!PS-Adobe-3.0\n" + pad, kQLDocumentPostScript},
+      {std::string(155, '\n') + "%!PS" + pad, kQLDocumentPostScript},  // last place looked at
+      {std::string(156, '\n') + "%!PS" + pad, kQLDocumentOther},       // one past it
+      {"%!PS %PDF" + pad, kQLDocumentPDF},                             // PDF is asked first
+      {"%!PS" + std::string(400, ' '), 0},  // shorter than the 512-byte head
+      {pad + "<?xpacket begin?><xap::Thumbnails>" + pad, kQLDocumentXapThumbnail},
+      {pad + "<?xpacket begin?><xap:Thumbnails>" + pad, kQLDocumentOther},  // single colon
+      {pad + "<xap::Thumbnails>" + pad, kQLDocumentOther},                  // no packet
+  };
+  for (const Case& c : cases) EXPECT_EQ(Classify(c.file), c.kind) << c.file.substr(0, 40);
+}
+
+TEST(ThumbnailClassifier, AssignColorWritesAnEntryOrTheIndex) {
+  const char table[] = {0, 0, 0, 1, 2, 3, 4, 5, 6};
+  char out[5] = {};
+  int32_t pos = 0;
+  QLThumbnail::AssignColor(1, table, out, 2, &pos);
+  EXPECT_EQ(std::tuple(pos, out[0], out[2]), std::tuple(3, 4, 6));
+  QLThumbnail::AssignColor(1, nullptr, out, 9, &pos);  // no table: the index itself
+  QLThumbnail::AssignColor(0, table, out, 7, &pos);
+  EXPECT_EQ(std::tuple(pos, out[3], out[4]), std::tuple(5, 9, 7));
+}
+
+}  // namespace

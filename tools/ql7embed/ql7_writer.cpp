@@ -131,9 +131,13 @@ std::string XmpPacket(const Options& options) {
       meta.SetProperty(xmpNS, path.c_str(), value);
     };
     field("format", "JPEG");
+    std::string image = "/9j/4AAQSkZJRgABAQAAAQABAAD/2wBDAP//2Q==";  // SOI, APP0, DQT cut, EOI
+    if (!options.xmpJpeg.empty())
+      xmptk::XMPUtils::EncodeToBase64(options.xmpJpeg.data(), uint32_t(options.xmpJpeg.size()),
+                                      &image);
     field("width", "8");
     field("height", "8");
-    field("image", "/9j/4AAQSkZJRgABAQAAAQABAAD/2wBDAP//2Q==");
+    field("image", image.c_str());
   }
   std::string packet;
   meta.SerializeToBuffer(&packet, 0, 0);

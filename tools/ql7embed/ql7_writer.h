@@ -17,6 +17,8 @@ struct Options {
   // An XMP metadata stream written into a PDF file when either is set.
   std::string xmpFormat;          // xmp:Format, e.g. "application/pdf"
   bool xmpJpegThumbnail = false;  // an xmp:Thumbnails item of format JPEG with an image
+  // The item's JPEG file bytes; empty: a few bytes that hold no image.
+  std::string xmpJpeg;
 };
 
 // The comment block alone: "%QL7_Thumbnail: ..." through "%%EndData".

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "host/image_io.h"
@@ -12,13 +14,15 @@ namespace {
 
 const char kUsage[] =
     "usage: ql7embed IN.png|IN.ppm OUT.ps|OUT.pdf [--bits 8|24] [--rle]\n"
-    "                [--xmp-format TEXT] [--xmp-thumbnail]\n"
+    "                [--xmp-format TEXT] [--xmp-thumbnail] [--xmp-jpeg FILE.jpg]\n"
     "\n"
     "  --bits 8         colour table of 256 entries and one code per pixel (default)\n"
     "  --bits 24        three bytes per pixel\n"
     "  --rle            run-length code the pixel codes (FD count value; FD FD literal)\n"
     "  --xmp-format T   (PDF) write XMP metadata whose xmp:Format is T\n"
-    "  --xmp-thumbnail  (PDF) write XMP metadata with a JPEG xmp:Thumbnails item\n"
+    "  --xmp-thumbnail  (PDF) write XMP metadata with a JPEG xmp:Thumbnails item whose\n"
+    "                   image is a few bytes that hold no picture\n"
+    "  --xmp-jpeg F     (PDF) the same item holding the JPEG file F\n"
     "\n"
     "The output is PDF when OUT ends in .pdf, PostScript otherwise. The preview holds\n"
     "at most 128 x 128 pixels for the host to show it.\n";
@@ -47,6 +51,12 @@ int main(int argc, char** argv) {
     } else if (a == "--xmp-format" && k + 1 < argc) {
       options.xmpFormat = argv[++k];
     } else if (a == "--xmp-thumbnail") {
+      options.xmpJpegThumbnail = true;
+    } else if (a == "--xmp-jpeg" && k + 1 < argc) {
+      std::ifstream jpeg(argv[++k], std::ios::binary);
+      options.xmpJpeg.assign(std::istreambuf_iterator<char>(jpeg), {});
+      if (!jpeg.good() && !jpeg.eof()) return Usage("cannot read the --xmp-jpeg file");
+      if (options.xmpJpeg.empty()) return Usage("the --xmp-jpeg file is empty or unreadable");
       options.xmpJpegThumbnail = true;
     } else if (!a.empty() && a[0] == '-') {
       return Usage(("unknown option " + a).c_str());

@@ -1,0 +1,144 @@
+#include "host/thumbnailer/thumbnailer.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "host/host_simulator.h"
+#include "host/thumbnailer/document_pages.h"
+#include "host/thumbnailer/fit.h"
+#include "host/thumbnailer/xmp_jpeg.h"
+#include "sdk/selectors.h"
+#include "sdk/suites.h"
+#include "thumbnail/ql_thumbnail.h"
+#include "xmp/toolkit.h"
+
+namespace pxhost {
+namespace {
+
+// What the host's rendering-method suite says about the file, or a reason.
+std::string AskRenderingMethod(const std::string& path, int32_t* method) {
+  const void* procs = nullptr;
+  auto& registry = SuiteRegistry::Get();
+  if (registry.Acquire(pixmere::kQLRenderingMethodSuite, pixmere::kQLRenderingMethodSuiteVersion,
+                       &procs) != 0 ||
+      procs == nullptr)
+    return "the plug-in did not publish its rendering-method suite";
+  auto* suite = static_cast<const pixmere::QLRenderingMethodSuite*>(procs);
+  int32_t err = suite->GetQLRenderingMethodForFile(path.c_str(), method);
+  registry.Release(pixmere::kQLRenderingMethodSuite, pixmere::kQLRenderingMethodSuiteVersion);
+  if (err == pixmere::kQLErrKXEC) return "cannot be read";
+  if (err != 0) return "the rendering-method suite cannot examine it";
+  return {};
+}
+
+constexpr int16_t kSelectorReadFinish = 4;
+
+// The filter-file selector on the file as a swatch exchange file, as the
+// host asks about a file whose type says so.
+std::string IsSwatchFile(PluginMainProc entry, const std::string& path, bool* swatches) {
+  SessionOptions options;
+  options.fileType = pixmere::FourCC("SXF ");
+  HostSession session(entry, path, options);
+  if (!session.IsOpen()) return session.OpenError();
+  *swatches = session.Call(pixmere::kSelectorFilterFile) == 0;
+  return {};
+}
+
+// Read start and read continue, as the host previews a file. *found is false
+// when the file has no embedded thumbnail (read start refuses it).
+std::string ReadEmbedded(PluginMainProc entry, const std::string& path, RgbImage* image,
+                         bool* found) {
+  SessionOptions options;
+  options.previewOpen = true;
+  HostSession session(entry, path, options);
+  *found = false;
+  if (!session.IsOpen()) return "cannot be read";
+  if (session.Call(pixmere::kSelectorReadStart) != 0) return {};
+  *found = true;
+  int16_t result = session.Call(pixmere::kSelectorReadContinue);
+  if (result != 0 || session.AdvanceCalls().size() != 1)
+    return "embedded preview damaged (result " + std::to_string(result) + ")";
+  const AdvanceCall& call = session.AdvanceCalls().front();
+  *image = RgbImage{call.right - call.left, call.bottom - call.top, call.pixels};
+  session.Call(kSelectorReadFinish);  // the plug-in gives back its suites
+  return {};
+}
+
+// The reader's own classifier decides which renderer the document needs.
+int32_t ClassifyDocument(const std::string& path) {
+  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return 0;
+  int32_t kind = QLThumbnail(fd).GetRenderingMethod();
+  close(fd);
+  return kind;
+}
+
+std::string RenderDocument(const std::string& path, const ThumbnailOptions& options,
+                           RgbImage* image, ThumbnailSource* source) {
+  int32_t kind = ClassifyDocument(path);
+  auto render = kind == kQLDocumentPDF          ? &RenderPdfPage
+                : kind == kQLDocumentPostScript ? &RenderPostScriptPage
+                                                : nullptr;
+  if (render == nullptr) return "no embedded preview and no renderer for this kind of file";
+  *source = kind == kQLDocumentPDF ? ThumbnailSource::kPdf : ThumbnailSource::kPostScript;
+  int32_t size = options.size;
+  return RunLimited([&](RgbImage* out) { return render(path, size, out); }, options.limits, size,
+                    image);
+}
+
+std::string ReadXmpJpeg(const std::string& path, RgbImage* image) {
+  if (!xmptk::Initialize()) return "the XMP toolkit cannot start";
+  std::string error = ReadXmpJpegThumbnail(path, image);
+  xmptk::Terminate();
+  return error;
+}
+
+}  // namespace
+
+const char* ThumbnailSourceName(ThumbnailSource source) {
+  switch (source) {
+    case ThumbnailSource::kEmbedded:
+      return "embedded thumbnail";
+    case ThumbnailSource::kXmpJpeg:
+      return "XMP JPEG thumbnail";
+    case ThumbnailSource::kPostScript:
+      return "PostScript page";
+    case ThumbnailSource::kPdf:
+      return "PDF page";
+    case ThumbnailSource::kSwatches:
+      return "swatch chips";
+  }
+  return "";
+}
+
+std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
+                          const ThumbnailOptions& options, RgbImage* image,
+                          ThumbnailSource* source) {
+  // The host's first call on a file also lets the plug-in publish its suite.
+  bool swatches = false;
+  std::string error = IsSwatchFile(entry, path, &swatches);
+  if (!error.empty()) return error;
+  if (swatches) return "swatch books are not drawn yet";
+
+  int32_t method = 0;
+  error = AskRenderingMethod(path, &method);
+  if (!error.empty()) return error;
+  RgbImage picture;
+  if (method == pixmere::kQLRenderingMethodXMPThumbnail) {
+    *source = ThumbnailSource::kXmpJpeg;
+    error = ReadXmpJpeg(path, &picture);
+  } else if (method == pixmere::kQLRenderingMethodEmbeddedThumbnail) {
+    bool found = false;
+    *source = ThumbnailSource::kEmbedded;
+    error = ReadEmbedded(entry, path, &picture, &found);
+    // Without an embedded thumbnail the document itself is drawn.
+    if (error.empty() && !found) error = RenderDocument(path, options, &picture, source);
+  } else {
+    error = RenderDocument(path, options, &picture, source);
+  }
+  if (!error.empty()) return error;
+  *image = FitImage(picture, options.size);
+  return image->pixels.empty() ? "cannot scale the preview" : "";
+}
+
+}  // namespace pxhost
