@@ -43,10 +43,15 @@ std::string WritePng(FILE* f, const RgbImage& image, std::string* bytes = nullpt
     png_destroy_write_struct(&png, &info);
     return "PNG encoding failed";
   }
-  if (bytes != nullptr)
+  if (bytes != nullptr) {
     png_set_write_fn(png, bytes, AppendToString, FlushNothing);
-  else
+    // Bytes in memory are thumbnails, made on demand while a person waits:
+    // zlib's fastest level roughly halves the encoding time for files a few
+    // per cent larger.
+    png_set_compression_level(png, 1);
+  } else {
     png_init_io(png, f);
+  }
   png_set_IHDR(png, info, png_uint_32(image.width), png_uint_32(image.height), 8,
                PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                PNG_FILTER_TYPE_DEFAULT);

@@ -17,7 +17,7 @@ struct RgbImage {
 // Returns an empty string on success, else a message.
 std::string WriteImage(const std::string& path, const RgbImage& image);
 std::string ReadImage(const std::string& path, RgbImage* image);
-// The image as PNG file bytes; "" or a message.
+// The image as PNG file bytes, compressed for speed; "" or a message.
 std::string EncodePng(const RgbImage& image, std::string* bytes);
 
 }  // namespace pxhost

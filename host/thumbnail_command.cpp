@@ -20,6 +20,11 @@ std::string WriteAtomically(const std::string& out, const std::string& bytes) {
   std::string temp = dir + "/.pxhost-thumbnail-XXXXXX";
   int fd = mkostemp(temp.data(), O_CLOEXEC);
   if (fd < 0) return "cannot write in " + dir + ": " + std::strerror(errno);
+  // mkostemp makes the file private; a thumbnail gets the permissions any
+  // new file of the user gets.
+  mode_t mask = umask(0);
+  umask(mask);
+  fchmod(fd, 0666 & ~mask);
   const char* p = bytes.data();
   size_t left = bytes.size();
   int err = 0;

@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "host/thumbnailer/fit.h"
+#include "thumbnail/ql_thumbnail.h"
 
 namespace pxhost {
 namespace {
@@ -104,3 +105,10 @@ std::string RenderPdfPage(const std::string& path, int32_t longest, RgbImage* im
 }
 
 }  // namespace pxhost
+
+extern "C" __attribute__((visibility("default"))) std::string QLRenderFirstPage(
+    int32_t kind, const std::string& path, int32_t longest, pxhost::RgbImage* image) {
+  if (kind == kQLDocumentPDF) return pxhost::RenderPdfPage(path, longest, image);
+  if (kind == kQLDocumentPostScript) return pxhost::RenderPostScriptPage(path, longest, image);
+  return "no renderer for this kind of document";
+}

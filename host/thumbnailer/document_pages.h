@@ -1,7 +1,11 @@
 // The first page of a PostScript or PDF document, rendered by the libraries
 // the desktop's document viewers use: libspectre over Ghostscript for
-// PostScript, Poppler for PDF. Both run in the calling process; the
-// thumbnailer calls them inside a limited child (limited_child.h).
+// PostScript, Poppler for PDF.
+//
+// They live in a module of their own (qlformat-render.so, beside the
+// plug-in's module) that only the limited renderer child loads: linked into
+// pxhost, their seventy-odd libraries would be loaded and relocated on every
+// start, also when an embedded thumbnail makes them unnecessary.
 #pragma once
 
 #include <string>
@@ -9,6 +13,13 @@
 #include "host/image_io.h"
 
 namespace pxhost {
+
+// The module's one entry, looked up by this name. kind is kQLDocumentPDF or
+// kQLDocumentPostScript; returns "" with *image set, or the reason.
+using RenderFirstPageProc = std::string (*)(int32_t kind, const std::string& path, int32_t longest,
+                                            RgbImage* image);
+inline constexpr char kRenderFirstPageName[] = "QLRenderFirstPage";
+inline constexpr char kRenderModuleName[] = "qlformat-render.so";
 
 // Render page 1 at the scale that brings its longest side to `longest`
 // pixels, or at 72 pixels an inch when the page is smaller than that. ""

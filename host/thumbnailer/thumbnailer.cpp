@@ -1,5 +1,6 @@
 #include "host/thumbnailer/thumbnailer.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -73,17 +74,34 @@ int32_t ClassifyDocument(const std::string& path) {
   return kind;
 }
 
-std::string RenderDocument(const std::string& path, const ThumbnailOptions& options,
-                           RgbImage* image, ThumbnailSource* source) {
+// The renderer module beside the plug-in's module, whichever that is.
+std::string RenderModulePath(PluginMainProc entry) {
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<void*>(entry), &info) == 0 || info.dli_fname == nullptr) return {};
+  std::string module = info.dli_fname;
+  size_t slash = module.rfind('/');
+  return (slash == std::string::npos ? std::string() : module.substr(0, slash + 1)) +
+         kRenderModuleName;
+}
+
+std::string RenderDocument(PluginMainProc entry, const std::string& path,
+                           const ThumbnailOptions& options, RgbImage* image,
+                           ThumbnailSource* source) {
   int32_t kind = ClassifyDocument(path);
-  auto render = kind == kQLDocumentPDF          ? &RenderPdfPage
-                : kind == kQLDocumentPostScript ? &RenderPostScriptPage
-                                                : nullptr;
-  if (render == nullptr) return "no embedded preview and no renderer for this kind of file";
+  if (kind != kQLDocumentPDF && kind != kQLDocumentPostScript)
+    return "no embedded preview and no renderer for this kind of file";
   *source = kind == kQLDocumentPDF ? ThumbnailSource::kPdf : ThumbnailSource::kPostScript;
+  std::string module = RenderModulePath(entry);
   int32_t size = options.size;
-  return RunLimited([&](RgbImage* out) { return render(path, size, out); }, options.limits, size,
-                    image);
+  // Loaded in the child only, under its limits.
+  auto render = [&](RgbImage* out) -> std::string {
+    void* handle = dlopen(module.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) return "the renderer module cannot be loaded";
+    auto proc = reinterpret_cast<RenderFirstPageProc>(dlsym(handle, kRenderFirstPageName));
+    if (proc == nullptr) return "the renderer module has no entry";
+    return proc(kind, path, size, out);
+  };
+  return RunLimited(render, options.limits, size, image);
 }
 
 std::string ReadXmpJpeg(const std::string& path, RgbImage* image) {
@@ -132,9 +150,9 @@ std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
     *source = ThumbnailSource::kEmbedded;
     error = ReadEmbedded(entry, path, &picture, &found);
     // Without an embedded thumbnail the document itself is drawn.
-    if (error.empty() && !found) error = RenderDocument(path, options, &picture, source);
+    if (error.empty() && !found) error = RenderDocument(entry, path, options, &picture, source);
   } else {
-    error = RenderDocument(path, options, &picture, source);
+    error = RenderDocument(entry, path, options, &picture, source);
   }
   if (!error.empty()) return error;
   *image = FitImage(picture, options.size);
