@@ -71,8 +71,9 @@ void DrawLabel(RgbImage* image, int32_t x0, int32_t y0, int32_t w, int32_t h, in
   Fill(image, x0, y0, x0 + w, y0 + h, kLabelFill);
   TextQuads text = Shape("+" + std::to_string(hidden));
   if (text.width <= 0 || text.height <= 0) return;
-  // The largest whole scale that leaves a margin of a fifth of the cell.
-  int32_t scale = int32_t(std::min(w * 0.8 / text.width, h * 0.6 / text.height));
+  // The largest whole scale that leaves at least a pixel all round and a
+  // tenth of the width on each side.
+  int32_t scale = int32_t(std::min(w * 0.8 / text.width, (h - 2.0) / text.height));
   if (scale < 1) return;  // too small to read: the dark cell alone says "more"
   int32_t left = x0 + (w - int32_t(text.width) * scale) / 2;
   int32_t top = y0 + (h - int32_t(text.height) * scale) / 2;

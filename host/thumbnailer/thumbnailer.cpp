@@ -2,11 +2,14 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include "host/host_simulator.h"
 #include "host/thumbnailer/document_pages.h"
 #include "host/thumbnailer/fit.h"
+#include "host/thumbnailer/swatch_chips.h"
+#include "host/thumbnailer/swatch_grid.h"
 #include "host/thumbnailer/xmp_jpeg.h"
 #include "sdk/selectors.h"
 #include "sdk/suites.h"
@@ -42,6 +45,31 @@ std::string IsSwatchFile(PluginMainProc entry, const std::string& path, bool* sw
   HostSession session(entry, path, options);
   if (!session.IsOpen()) return session.OpenError();
   *swatches = session.Call(pixmere::kSelectorFilterFile) == 0;
+  return {};
+}
+
+// The chips of a swatch book in their display colours, from the packet the
+// plug-in hands over on the XMP selector.
+std::string DrawSwatches(PluginMainProc entry, const std::string& path, int32_t size,
+                         RgbImage* image) {
+  SessionOptions options;
+  options.fileType = pixmere::FourCC("SXF ");
+  HostSession session(entry, path, options);
+  if (!session.IsOpen()) return "cannot be read";
+  int16_t result = session.Call(pixmere::kSelectorFilterFile);
+  if (result == 0) result = session.Call(pixmere::kSelectorXMP);
+  bool handedOver = false;
+  for (const auto& [field, value] : session.WrittenFields())
+    handedOver = handedOver || std::string(field->name) == "xmpHandle";
+  if (result != 0 || !handedOver)
+    return "damaged swatch file (result " + std::to_string(result) + ")";
+  std::vector<ChipColour> chips;
+  int32_t skipped = 0;
+  std::string error =
+      SwatchChipsFromPacket(session.HandleBytes(session.Record().xmpHandle), &chips, &skipped);
+  if (!error.empty()) return error;
+  if (chips.empty()) return "no swatch in the book has a colour that can be shown";
+  *image = DrawSwatchGrid(chips, size);
   return {};
 }
 
@@ -136,7 +164,14 @@ std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
   bool swatches = false;
   std::string error = IsSwatchFile(entry, path, &swatches);
   if (!error.empty()) return error;
-  if (swatches) return "swatch books are not drawn yet";
+  if (swatches) {
+    *source = ThumbnailSource::kSwatches;
+    return DrawSwatches(entry, path, options.size, image);
+  }
+
+  // A file named as a swatch book that is not one is that, not a document.
+  if (path.size() > 4 && strcasecmp(path.c_str() + path.size() - 4, ".sxf") == 0)
+    return "not a swatch exchange file";
 
   int32_t method = 0;
   error = AskRenderingMethod(path, &method);

@@ -12,9 +12,14 @@
 #include <vector>
 
 #include "host/image_io.h"
+#include "host/thumbnailer/swatch_grid.h"
+#include "swatchbook/kelto_swatchbook.h"
 #include "tests/support/fixture_file.h"
 #include "tests/support/jpeg_util.h"
 #include "tools/ql7embed/ql7_writer.h"
+#include "tools/sxfwrite/sxf_writer.h"
+#include "xmp/host_binding.h"
+#include "xmp/page_internals.h"
 
 namespace {
 
@@ -149,6 +154,74 @@ TEST(ThumbnailSource, PostScriptWithoutPreviewIsRendered) {
   ExpectNear(run.image, 54, 16, {0, 0, 255}, 8);
 }
 
+std::string Book(const nlohmann::json& blocks) {
+  std::string sxf, error;
+  EXPECT_TRUE(sxfwrite::BuildSxf({{"blocks", blocks}}, &sxf, &error)) << error;
+  return sxf;
+}
+
+// The colour at the centre of chip k of a grid of `chips` chips at `size`.
+std::tuple<int, int, int> ChipAt(const pxhost::RgbImage& image, int chips, int size, int k) {
+  pxhost::SwatchGridLayout l = pxhost::LayOutSwatchGrid(chips, size);
+  int x = l.gap + (k % l.columns) * (l.chip + l.gap) + l.chip / 2;
+  int y = l.gap + (k / l.columns) * (l.chip + l.gap) + l.chip / 2;
+  const uint8_t* p = &image.pixels[size_t((y * image.width + x) * 3)];
+  return {p[0], p[1], p[2]};
+}
+
+TEST(ThumbnailSource, SwatchBookIsAGridOfItsChipsInDisplayColours) {
+  nlohmann::json blocks = nlohmann::json::array({
+      {{"group", "Inks"}},
+      {{"swatch", "Red"}, {"model", "RGB "}, {"values", {1, 0, 0}}},
+      {{"swatch", "Unknown"}, {"model", "XYZ "}, {"values", {0.3, 0.3, 0.3}}},  // no chip
+      {{"swatch", "Warm red"}, {"model", "CMYK"}, {"values", {0, 1, 1, 0}}},
+      {{"groupEnd", true}},
+      {{"swatch", "Half blue"}, {"model", "RGB "}, {"values", {0, 0, 1}}, {"tint", 0.5}},
+  });
+  Result run = Make("inks.sxf", Book(blocks), "-s 128");
+  ASSERT_EQ(run.outcome.status, 0) << run.outcome.out;
+  pxhost::SwatchGridLayout l = pxhost::LayOutSwatchGrid(3, 128);
+  EXPECT_EQ(std::tuple(run.image.width, run.image.height),
+            std::tuple(2 * (l.chip + l.gap) + l.gap, 2 * (l.chip + l.gap) + l.gap));
+  EXPECT_EQ(ChipAt(run.image, 3, 128, 0), std::tuple(255, 0, 0));
+  EXPECT_EQ(ChipAt(run.image, 3, 128, 2), std::tuple(128, 128, 255));  // half the ink on white
+
+  // CMYK goes through the host's colour engine, as the chip pages convert it,
+  // and not through the naive formula, which would give pure red.
+  ASSERT_EQ(WeftClientInit(FindWeftProcLookup()), 0);
+  double cmyk[4] = {0, 1, 1, 0};
+  xmppages::ChipRgb engine = xmppages::ChipColour(KeltoSwatchbook::kColorSpaceCMYK, cmyk, 0.0);
+  WeftClientTerminate();
+  EXPECT_EQ(ChipAt(run.image, 3, 128, 1), std::tuple(engine.r, engine.g, engine.b));
+  EXPECT_NE(ChipAt(run.image, 3, 128, 1), std::tuple(255, 0, 0));
+}
+
+TEST(ThumbnailSource, LargeBookShowsWhatFitsAndCountsTheRest) {
+  nlohmann::json blocks = nlohmann::json::array();
+  for (int k = 0; k < 300; ++k)
+    blocks.push_back({{"swatch", "S" + std::to_string(k)},
+                      {"model", "RGB "},
+                      {"values", {k % 2, 0.5, 1 - k % 2}}});
+  Result run = Make("big.sxf", Book(blocks), "-s 128");
+  ASSERT_EQ(run.outcome.status, 0) << run.outcome.out;
+  pxhost::SwatchGridLayout l = pxhost::LayOutSwatchGrid(300, 128);
+  ASSERT_GT(l.labelCells, 0);
+  EXPECT_EQ(ChipAt(run.image, 300, 128, l.shown - 1),
+            l.shown % 2 ? std::tuple(0, 127, 255) : std::tuple(255, 127, 0));  // 0.5 truncated
+  // The label's cells: dark, with white text strokes across them.
+  int whites = 0, darks = 0;
+  int y0 = l.gap + (l.rows - 1) * (l.chip + l.gap);
+  for (int y = y0; y < y0 + l.chip; ++y)
+    for (int x = run.image.width - l.gap - l.labelCells * (l.chip + l.gap) + l.gap;
+         x < run.image.width - l.gap; ++x) {
+      const uint8_t* p = &run.image.pixels[size_t((y * run.image.width + x) * 3)];
+      whites += p[0] == 255 && p[1] == 255 && p[2] == 255;
+      darks += p[0] == 80;
+    }
+  EXPECT_GT(whites, 10);
+  EXPECT_GT(darks, whites);
+}
+
 TEST(ThumbnailFailure, OneLineNamingTheFileAndNothingAtOut) {
   ql7::Options damagedXmp;
   damagedXmp.pdf = true;
@@ -165,6 +238,9 @@ TEST(ThumbnailFailure, OneLineNamingTheFileAndNothingAtOut) {
       {"broken.ps", badPreview, "embedded preview damaged"},
       {"stub.pdf", ql7::VectorFile(Solid(4, 4, 1, 2, 3), damagedXmp), "damaged JPEG thumbnail"},
       {"error.ps", PlainPs("nosuchoperator"), "PostScript renderer"},
+      {"renamed.sxf", EmbeddedPs(Pattern(4, 4)), "not a swatch exchange file"},
+      {"empty.sxf", Book({{{"swatch", "X"}, {"model", "XYZ "}, {"values", {0.1, 0.1, 0.1}}}}),
+       "no swatch in the book has a colour that can be shown"},
   };
   for (const Case& c : cases) {
     Result run = Make(c.name, c.bytes);
