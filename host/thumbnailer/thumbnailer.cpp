@@ -5,6 +5,8 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <cstring>
+
 #include "host/host_simulator.h"
 #include "host/thumbnailer/document_pages.h"
 #include "host/thumbnailer/fit.h"
@@ -35,17 +37,20 @@ std::string AskRenderingMethod(const std::string& path, int32_t* method) {
   return {};
 }
 
+constexpr int16_t kSelectorAbout = 0;
 constexpr int16_t kSelectorReadFinish = 4;
 
-// The filter-file selector on the file as a swatch exchange file, as the
-// host asks about a file whose type says so.
-std::string IsSwatchFile(PluginMainProc entry, const std::string& path, bool* swatches) {
-  SessionOptions options;
-  options.fileType = pixmere::FourCC("SXF ");
-  HostSession session(entry, path, options);
-  if (!session.IsOpen()) return session.OpenError();
-  *swatches = session.Call(pixmere::kSelectorFilterFile) == 0;
-  return {};
+// Whether the file is one the swatch path serves: it begins with the swatch
+// exchange signature, or is named like one. Everything else never reaches
+// the plug-in's swatch check, which reads the whole file.
+bool LooksLikeSwatchFile(const std::string& path) {
+  if (path.size() > 4 && strcasecmp(path.c_str() + path.size() - 4, ".sxf") == 0) return true;
+  char head[4] = {};
+  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  bool swatch = read(fd, head, sizeof head) == 4 && std::memcmp(head, "SXFF", 4) == 0;
+  close(fd);
+  return swatch;
 }
 
 // The chips of a swatch book in their display colours, from the packet the
@@ -56,8 +61,8 @@ std::string DrawSwatches(PluginMainProc entry, const std::string& path, int32_t 
   options.fileType = pixmere::FourCC("SXF ");
   HostSession session(entry, path, options);
   if (!session.IsOpen()) return "cannot be read";
-  int16_t result = session.Call(pixmere::kSelectorFilterFile);
-  if (result == 0) result = session.Call(pixmere::kSelectorXMP);
+  if (session.Call(pixmere::kSelectorFilterFile) != 0) return "not a swatch exchange file";
+  int16_t result = session.Call(pixmere::kSelectorXMP);
   bool handedOver = false;
   for (const auto& [field, value] : session.WrittenFields())
     handedOver = handedOver || std::string(field->name) == "xmpHandle";
@@ -73,15 +78,11 @@ std::string DrawSwatches(PluginMainProc entry, const std::string& path, int32_t 
   return {};
 }
 
-// Read start and read continue, as the host previews a file. *found is false
-// when the file has no embedded thumbnail (read start refuses it).
-std::string ReadEmbedded(PluginMainProc entry, const std::string& path, RgbImage* image,
-                         bool* found) {
-  SessionOptions options;
-  options.previewOpen = true;
-  HostSession session(entry, path, options);
+// Read start and read continue on the open session, as the host previews a
+// file. *found is false when the file has no embedded thumbnail (read start
+// refuses it).
+std::string ReadEmbedded(HostSession& session, RgbImage* image, bool* found) {
   *found = false;
-  if (!session.IsOpen()) return "cannot be read";
   if (session.Call(pixmere::kSelectorReadStart) != 0) return {};
   *found = true;
   int16_t result = session.Call(pixmere::kSelectorReadContinue);
@@ -160,21 +161,21 @@ const char* ThumbnailSourceName(ThumbnailSource source) {
 std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
                           const ThumbnailOptions& options, RgbImage* image,
                           ThumbnailSource* source) {
-  // The host's first call on a file also lets the plug-in publish its suite.
-  bool swatches = false;
-  std::string error = IsSwatchFile(entry, path, &swatches);
-  if (!error.empty()) return error;
-  if (swatches) {
+  if (LooksLikeSwatchFile(path)) {
     *source = ThumbnailSource::kSwatches;
     return DrawSwatches(entry, path, options.size, image);
   }
-
-  // A file named as a swatch book that is not one is that, not a document.
-  if (path.size() > 4 && strcasecmp(path.c_str() + path.size() - 4, ".sxf") == 0)
-    return "not a swatch exchange file";
+  // A vector document, opened as the host opens one of its type: the code
+  // spares the plug-in sniffing the file for a swatch book on every call.
+  SessionOptions vector;
+  vector.fileType = pixmere::FourCC("EPSF");
+  vector.previewOpen = true;
+  HostSession session(entry, path, vector);
+  if (!session.IsOpen()) return "cannot be read";
+  session.Call(kSelectorAbout);  // the first call publishes the plug-in's suite
 
   int32_t method = 0;
-  error = AskRenderingMethod(path, &method);
+  std::string error = AskRenderingMethod(path, &method);
   if (!error.empty()) return error;
   RgbImage picture;
   if (method == pixmere::kQLRenderingMethodXMPThumbnail) {
@@ -183,7 +184,7 @@ std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
   } else if (method == pixmere::kQLRenderingMethodEmbeddedThumbnail) {
     bool found = false;
     *source = ThumbnailSource::kEmbedded;
-    error = ReadEmbedded(entry, path, &picture, &found);
+    error = ReadEmbedded(session, &picture, &found);
     // Without an embedded thumbnail the document itself is drawn.
     if (error.empty() && !found) error = RenderDocument(entry, path, options, &picture, source);
   } else {
