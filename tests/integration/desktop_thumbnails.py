@@ -1,0 +1,227 @@
+"""The package on a real desktop stack: installed with apt, thumbnails asked of
+GNOME's thumbnail factory (which runs the thumbnailer in its bubblewrap
+sandbox) and of Tumbler over a private session bus, the MIME type checked
+through Gio, and the package purged again, also when a check fails."""
+
+import argparse
+import hashlib
+import os
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+SWATCH_TYPE = "application/x-swatch-exchange"
+SIZES = {"normal": 128, "large": 256}
+# The factory's own scaling and the thumbnailer's resampling filter differ
+# slightly at edges; a mean difference above this is a different picture.
+SCALED_MEAN_TOLERANCE = 6.0
+
+failures = []
+
+
+def check(ok, what):
+    print(("ok    " if ok else "FAIL  ") + what, flush=True)
+    if not ok:
+        failures.append(what)
+
+
+def run(*args, **kw):
+    return subprocess.run(args, check=True, text=True, capture_output=True, **kw)
+
+
+def apt(*args):
+    env = dict(os.environ, DEBIAN_FRONTEND="noninteractive", PATH="/usr/sbin:/usr/bin:/sbin:/bin")
+    return run("apt-get", "-o", "DPkg::Lock::Timeout=600", "-y", "-qq", *args, env=env)
+
+
+def installed(package):
+    q = subprocess.run(["dpkg-query", "-W", "-f=${Status}", package], text=True, capture_output=True)
+    return "install ok installed" in q.stdout
+
+
+def fitted(w, h, size):
+    """Longest side at most size, aspect kept, never enlarged; the short side
+    may round either way."""
+    if max(w, h) <= size:
+        return {(w, h)}
+    long_, short = max(w, h), min(w, h)
+    sides = {max(1, short * size // long_), max(1, -(-short * size // long_))}
+    return {(size, s) if w >= h else (s, size) for s in sides}
+
+
+def rgb_rows(pixbuf):
+    """The pixbuf's RGB bytes, row by row, alpha and row padding dropped."""
+    data = pixbuf.get_pixels()
+    n, stride = pixbuf.get_n_channels(), pixbuf.get_rowstride()
+    rows = []
+    for y in range(pixbuf.get_height()):
+        row = data[y * stride : y * stride + pixbuf.get_width() * n]
+        rows.append(bytes(b for i, b in enumerate(row) if i % n < 3))
+    return rows
+
+
+def mean_difference(a, b):
+    ra, rb = rgb_rows(a), rgb_rows(b)
+    total = sum(abs(x - y) for la, lb in zip(ra, rb) for x, y in zip(la, lb))
+    return total / (a.get_width() * a.get_height() * 3)
+
+
+def samples(root, work):
+    """The vector samples with an EPS twin of each PostScript one (an EPSF
+    header on the same file), and the swatch samples."""
+    files = []
+    for ps in sorted((root / "samples/vector").glob("*.ps")):
+        files.append(ps)
+        eps = work / (ps.stem + ".eps")
+        text = ps.read_bytes().split(b"\n", 1)
+        eps.write_bytes(b"%!PS-Adobe-3.0 EPSF-3.0\n" + text[1])
+        files.append(eps)
+    files += sorted((root / "samples/vector").glob("*.eps"))
+    files += sorted((root / "samples/swatches").glob("*.sxf"))
+    return files
+
+
+def reference(path, size, work, GdkPixbuf):
+    """What the thumbnail must show: the preview the plug-in decodes for a
+    vector file, the installed pxhost's own thumbnail for a swatch book (its
+    chip grid is drawn at the size, not scaled). None when pxhost refuses."""
+    out = work / f"ref-{path.name}-{size}.png"
+    if path.suffix == ".sxf":
+        cmd = ["/usr/bin/pxhost", "thumbnail", "-s", str(size), str(path), str(out)]
+    else:
+        cmd = ["/usr/bin/pxhost", "preview", str(path), "-o", str(out)]
+    if subprocess.run(cmd, capture_output=True).returncode != 0:
+        return None
+    return GdkPixbuf.Pixbuf.new_from_file(str(out))
+
+
+def check_factory(files, work):
+    import gi
+
+    gi.require_version("GnomeDesktop", "3.0")
+    gi.require_version("GdkPixbuf", "2.0")
+    from gi.repository import GdkPixbuf, Gio, GLib, GnomeDesktop
+
+    for flavour, size in SIZES.items():
+        enum = getattr(GnomeDesktop.DesktopThumbnailSize, flavour.upper())
+        factory = GnomeDesktop.DesktopThumbnailFactory.new(enum)
+        for path in files:
+            uri = Gio.File.new_for_path(str(path)).get_uri()
+            mime, _ = Gio.content_type_guess(str(path), path.read_bytes()[:4096])
+            what = f"factory {flavour} {path.name} ({mime})"
+            mtime = int(path.stat().st_mtime)
+            if not factory.can_thumbnail(uri, mime, mtime):
+                check(False, f"{what}: can_thumbnail says no")
+                continue
+            ref = reference(path, size, work, GdkPixbuf)
+            try:
+                pixbuf = factory.generate_thumbnail(uri, mime, None)
+            except GLib.Error as e:
+                pixbuf = None
+                error = e.message
+            if ref is None:
+                check(pixbuf is None, f"{what}: refused, as pxhost refuses it")
+                continue
+            if pixbuf is None:
+                check(False, f"{what}: no thumbnail ({error})")
+                continue
+            pixbuf.savev(str(work / f"{flavour}-{path.name}.png"), "png", [], [])
+            got = (pixbuf.get_width(), pixbuf.get_height())
+            want = fitted(ref.get_width(), ref.get_height(), size)
+            check(got in want, f"{what}: size {got}, expected one of {sorted(want)}")
+            if got not in want:
+                continue
+            if got != (ref.get_width(), ref.get_height()):
+                ref = ref.scale_simple(got[0], got[1], GdkPixbuf.InterpType.BILINEAR)
+                diff = mean_difference(pixbuf, ref)
+                check(diff <= SCALED_MEAN_TOLERANCE, f"{what}: mean difference {diff:.2f} from the decoded image")
+            else:
+                check(rgb_rows(pixbuf) == rgb_rows(ref), f"{what}: pixels equal the decoded image")
+
+
+def check_mime(root, work):
+    from gi.repository import Gio
+
+    sxf = root / "samples/swatches/basic.sxf"
+    renamed = work / "colours-without-extension"
+    shutil.copyfile(sxf, renamed)
+    for path in (sxf, renamed):
+        for name in ("guess", "query"):
+            if name == "guess":
+                mime, _ = Gio.content_type_guess(str(path), path.read_bytes()[:4096])
+            else:
+                info = Gio.File.new_for_path(str(path)).query_info("standard::content-type", 0, None)
+                mime = info.get_content_type()
+            check(mime == SWATCH_TYPE, f"content type of {path.name} by {name}: {mime}")
+    desc = Gio.content_type_get_description(SWATCH_TYPE)
+    check(desc == "Swatch exchange file", f"description of {SWATCH_TYPE}: {desc}")
+
+
+def check_tumbler(files, work):
+    """Tumbler, started by D-Bus activation on a private session bus, asked
+    for normal thumbnails; they land in $XDG_CACHE_HOME/thumbnails/normal."""
+    cache = work / "cache"
+    env = dict(os.environ, XDG_CACHE_HOME=str(cache))
+    script = Path(__file__).with_name("tumbler_queue.py")
+    uris = [p.as_uri() for p in files if p.suffix != ".sxf" or p.name != "truncated.sxf"]
+    proc = subprocess.run(
+        ["dbus-run-session", "--", "/usr/bin/python3", str(script), *uris],
+        env=env,
+        text=True,
+        capture_output=True,
+        timeout=120,
+    )
+    for line in proc.stdout.splitlines():
+        print("      tumbler: " + line)
+    check(proc.returncode == 0, f"tumbler answered every request ({proc.stderr.strip()[-300:]})")
+    for uri in uris:
+        digest = hashlib.md5(uri.encode()).hexdigest()
+        thumb = cache / "thumbnails/normal" / f"{digest}.png"
+        check(thumb.exists(), f"tumbler thumbnail of {uri.rsplit('/', 1)[-1]}")
+        if thumb.exists():
+            shutil.copyfile(thumb, work / f"tumbler-{uri.rsplit('/', 1)[-1]}.png")
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--root", type=Path, required=True)
+    parser.add_argument("--deb", type=Path, required=True)
+    parser.add_argument("--keep", help="copy the thumbnails made into this folder")
+    args = parser.parse_args()
+
+    if installed("qlformat"):
+        print("integration: qlformat is already installed; this test installs and purges its own", file=sys.stderr)
+        return 2
+    # The sandboxed thumbnailer sees only /usr: a copy under /usr/local (or in
+    # a user's data folder) must not stand in for the package's.
+    os.environ.update(PATH="/usr/bin:/bin", XDG_DATA_DIRS="/usr/share")
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+
+    work = Path(tempfile.mkdtemp(prefix="qlformat-integration-"))
+    os.environ.update(HOME=str(work / "home"), XDG_DATA_HOME=str(work / "home/data"))
+    try:
+        print(f"integration: installing {args.deb.name}", flush=True)
+        apt("install", str(args.deb.resolve()))
+        files = samples(args.root, work)
+        check_mime(args.root, work)
+        check_factory(files, work)
+        check_tumbler(files, work)
+        if args.keep:
+            shutil.copytree(work, args.keep, dirs_exist_ok=True)
+    finally:
+        if installed("qlformat"):
+            apt("purge", "qlformat")
+        shutil.rmtree(work, ignore_errors=True)
+    left = [p for p in ("/usr/bin/pxhost", "/usr/lib/qlformat", "/usr/share/thumbnailers/qlformat.thumbnailer",
+                        "/usr/share/mime/packages/qlformat.xml", "/usr/share/mime/application/x-swatch-exchange.xml")
+            if os.path.exists(p)]
+    check(not installed("qlformat") and not left, f"package purged, nothing left behind {left}")
+    print(f"integration: {len(failures)} failure(s)" if failures else "integration: all passed")
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
