@@ -36,7 +36,7 @@ package: bootstrap
 
 # Installs the package, asks the desktop's thumbnailers for thumbnails of the
 # samples, removes the package. Needs root and apt.
-integration: package
+integration:
 	@tests/integration/run
 
 bench: bootstrap
