@@ -63,7 +63,7 @@ def rgb_rows(pixbuf):
     return rows
 
 
-def samples(root, work):
+def samples(root, work, pdf):
     """The vector samples with an EPS twin of each PostScript one (an EPSF
     header on the same file), a PostScript page with no embedded preview (it
     is rendered), and the swatch samples."""
@@ -80,6 +80,8 @@ def samples(root, work):
         "showpage\n%%EOF\n"
     )
     files.append(plain)
+    if pdf:
+        files += sorted((root / "samples/vector").glob("*.pdf"))
     files += sorted((root / "samples/swatches").glob("*.sxf"))
     return files
 
@@ -156,6 +158,11 @@ def check_mime(root, work):
     desc = Gio.content_type_get_description(SWATCH_TYPE)
     check(desc == "Swatch exchange file", f"description of {SWATCH_TYPE}: {desc}")
 
+def check_pdf_entry(pdf):
+    """PDF is taken over only when the package was configured to."""
+    entry = Path("/usr/share/thumbnailers/qlformat.thumbnailer").read_text()
+    check(("application/pdf" in entry) == pdf, f"the thumbnailer entry {'takes' if pdf else 'leaves'} PDF")
+
 
 def check_tumbler(files, work):
     """Tumbler, started by D-Bus activation on a private session bus, asked
@@ -186,6 +193,7 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--root", type=Path, required=True)
     parser.add_argument("--deb", type=Path, required=True)
+    parser.add_argument("--pdf", action="store_true", help="the package was built with QL_THUMBNAIL_PDF")
     parser.add_argument("--keep", help="copy the thumbnails made into this folder")
     # Tumbler 4.18 reads the thumbnail through the output file it created
     # before running the command; pxhost writes a new file and renames it over
@@ -207,8 +215,9 @@ def main():
     try:
         print(f"integration: installing {args.deb.name}", flush=True)
         apt("install", str(args.deb.resolve()))
-        files = samples(args.root, work)
+        files = samples(args.root, work, args.pdf)
         check_mime(args.root, work)
+        check_pdf_entry(args.pdf)
         check_factory(files, work)
         if args.tumbler:
             check_tumbler(files, work)
