@@ -5,7 +5,7 @@
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 
-.PHONY: all bootstrap build demo test bench fuzz format clean
+.PHONY: all bootstrap build demo test bench fuzz format clean package integration
 
 all: build
 
@@ -25,6 +25,19 @@ test: bootstrap
 	@cd build/asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --output-on-failure -j $(JOBS)
+
+# The Debian package: release build, installed under /usr.
+package: bootstrap
+	@cmake -S . -B build/package -G Ninja -DCMAKE_BUILD_TYPE=Release -DQL_TESTS=OFF \
+	  -DCMAKE_INSTALL_PREFIX=/usr >/dev/null
+	@cmake --build build/package -j $(JOBS)
+	@rm -f build/package/qlformat_*.deb
+	@cd build/package && cpack -G DEB | grep -v "^CPack: -"
+
+# Installs the package, asks the desktop's thumbnailers for thumbnails of the
+# samples, removes the package. Needs root and apt.
+integration:
+	@tests/integration/run
 
 bench: bootstrap
 	@cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DQL_TESTS=OFF -DQL_BENCH=ON >/dev/null
