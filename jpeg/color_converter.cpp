@@ -1,4 +1,4 @@
-// RGB and grey to level-shifted YCbCr samples.
+// RGB to level-shifted YCbCr samples; grey and CMYK copied level-shifted.
 //
 // Full-resolution colour uses the integer tables (JFIF weights × 256, so every
 // sample keeps 8 fractional bits without rounding): Y = 77R + 150G + 29B −
@@ -53,35 +53,48 @@ void ColorConverter::SetGeometry(uint16_t width, uint16_t height, uint32_t mcusA
     hRatio_[c] = static_cast<uint8_t>(hMax_ / h_[c]);
     vRatio_[c] = static_cast<uint8_t>(vMax_ / v_[c]);
   }
+  for (int c = 0; c < channels_; ++c) offset_[c] = planar_ ? size_t{slot_[c]} * width_ : slot_[c];
 }
 
-// The plain converter leaves the buffers as they are.
+void ColorConverter::SetLayout(int channels, bool planar, unsigned pixelBytes,
+                               const unsigned* slots) {
+  channels_ = channels;
+  planar_ = planar;
+  step_ = planar ? 1 : pixelBytes;
+  std::copy_n(slots, channels, slot_);
+}
+
+// The plain converter leaves the buffers as they are; the encoder refuses
+// descriptions that would reach it.
 void ColorConverter::ColorCovert(const RowMemoryRequester&, unsigned, unsigned, unsigned,
                                  int16_t**) {}
 
-void ColorConverterGrey::ColorCovert(const RowMemoryRequester& rows, unsigned firstRow,
+void ColorConverterCopy::ColorCovert(const RowMemoryRequester& rows, unsigned firstRow,
                                      unsigned firstMcu, unsigned mcuStride, int16_t** buffers) {
-  const unsigned h = h_[0], v = v_[0], rh = hRatio_[0], rv = vRatio_[0];
-  const uint32_t blocksAcross = mcusAcross_ * h;
-  const unsigned group = rh * rv;
-  for (unsigned mcu = firstMcu; mcu < mcusAcross_; mcu += mcuStride) {
-    for (unsigned by = 0; by < v; ++by) {
-      for (unsigned bx = 0; bx < h; ++bx) {
-        const unsigned blockColumn = mcu * h + bx;
-        int16_t* out = BlockAt(buffers[0], blocksAcross, by, blockColumn);
-        for (unsigned i = 0; i < 8; ++i) {
-          const unsigned sampleRow = by * 8 + i;
-          for (unsigned j = 0; j < 8; ++j) {
-            const unsigned sampleColumn = blockColumn * 8 + j;
-            unsigned sum = 0;
-            for (unsigned gy = 0; gy < rv; ++gy) {
-              const uint8_t* p =
-                  RowPointer(rows, firstRow, firstRow + sampleRow * rv + gy, height_);
-              for (unsigned gx = 0; gx < rh; ++gx)
-                sum += p[std::min<unsigned>(sampleColumn * rh + gx, width_ - 1u)];
+  for (int c = 0; c < std::min(channels_, components_); ++c) {
+    const unsigned h = h_[c], v = v_[c], rh = hRatio_[c], rv = vRatio_[c];
+    const uint32_t blocksAcross = mcusAcross_ * h;
+    const unsigned group = rh * rv;
+    for (unsigned mcu = firstMcu; mcu < mcusAcross_; mcu += mcuStride) {
+      for (unsigned by = 0; by < v; ++by) {
+        for (unsigned bx = 0; bx < h; ++bx) {
+          const unsigned blockColumn = mcu * h + bx;
+          int16_t* out = BlockAt(buffers[c], blocksAcross, by, blockColumn);
+          for (unsigned i = 0; i < 8; ++i) {
+            const unsigned sampleRow = by * 8 + i;
+            for (unsigned j = 0; j < 8; ++j) {
+              const unsigned sampleColumn = blockColumn * 8 + j;
+              unsigned sum = 0;
+              for (unsigned gy = 0; gy < rv; ++gy) {
+                const uint8_t* p =
+                    RowPointer(rows, firstRow, firstRow + sampleRow * rv + gy, height_) +
+                    offset_[c];
+                for (unsigned gx = 0; gx < rh; ++gx)
+                  sum += p[size_t{std::min<unsigned>(sampleColumn * rh + gx, width_ - 1u)} * step_];
+              }
+              out[i * 8 + j] =
+                  static_cast<int16_t>(static_cast<int32_t>(sum / group) * 256 - kLevelShift);
             }
-            out[i * 8 + j] =
-                static_cast<int16_t>(static_cast<int32_t>(sum / group) * 256 - kLevelShift);
           }
         }
       }
@@ -89,27 +102,47 @@ void ColorConverterGrey::ColorCovert(const RowMemoryRequester& rows, unsigned fi
   }
 }
 
-ColorConverterRGBInterleave::ColorConverterRGBInterleave(bool rgbOrder, bool extraByte)
-    : step_(extraByte ? 4 : 3),
-      rOff_((rgbOrder ? 0 : 2) + (extraByte ? 1 : 0)),
-      gOff_(1 + (extraByte ? 1 : 0)),
-      bOff_((rgbOrder ? 2 : 0) + (extraByte ? 1 : 0)) {}
+ColorConverterGrey::ColorConverterGrey() {
+  constexpr unsigned kSlots[1] = {0};
+  SetLayout(1, false, 1, kSlots);
+}
 
-void ColorConverterRGBInterleave::ColorCovert(const RowMemoryRequester& rows, unsigned firstRow,
-                                              unsigned firstMcu, unsigned mcuStride,
-                                              int16_t** buffers) {
+ColorConverterCMYK::ColorConverterCMYK() {
+  constexpr unsigned kPlanes[4] = {0, 1, 2, 3};
+  SetLayout(4, true, 1, kPlanes);
+}
+
+ColorConverterCMYKInterleave::ColorConverterCMYKInterleave(bool cmykOrder) {
+  constexpr unsigned kForward[4] = {0, 1, 2, 3}, kReverse[4] = {3, 2, 1, 0};
+  SetLayout(4, false, 4, cmykOrder ? kForward : kReverse);
+}
+
+ColorConverterRGBInterleave::ColorConverterRGBInterleave(bool rgbOrder, bool extraByte) {
+  const unsigned lead = extraByte ? 1 : 0;
+  const unsigned slots[3] = {(rgbOrder ? 0u : 2u) + lead, 1 + lead, (rgbOrder ? 2u : 0u) + lead};
+  SetLayout(3, false, 3 + lead, slots);
+}
+
+ColorConverterRGB::ColorConverterRGB(bool extraByte) {
+  const unsigned lead = extraByte ? 1 : 0;
+  const unsigned planes[3] = {lead, 1 + lead, 2 + lead};
+  SetLayout(3, true, 1, planes);
+}
+
+void ColorConverterYCbCr::ColorCovert(const RowMemoryRequester& rows, unsigned firstRow,
+                                      unsigned firstMcu, unsigned mcuStride, int16_t** buffers) {
   bool full = components_ == 3;
   for (int c = 0; c < components_; ++c) full = full && h_[c] == 1 && v_[c] == 1;
   if (full) {
-    Covert1_1_1(rows, firstRow, firstMcu, mcuStride, buffers);
+    ColorCovert1_1_1(rows, firstRow, firstMcu, mcuStride, buffers);
   } else if (components_ == 3) {
-    CovertFloat(rows, firstRow, firstMcu, mcuStride, buffers);
+    ColorCovertFloat(rows, firstRow, firstMcu, mcuStride, buffers);
   }
 }
 
-void ColorConverterRGBInterleave::Covert1_1_1(const RowMemoryRequester& rows, unsigned firstRow,
-                                              unsigned firstMcu, unsigned mcuStride,
-                                              int16_t** buffers) const {
+void ColorConverterYCbCr::ColorCovert1_1_1(const RowMemoryRequester& rows, unsigned firstRow,
+                                           unsigned firstMcu, unsigned mcuStride,
+                                           int16_t** buffers) const {
   const ColorTables& t = gColorTables;
   for (unsigned i = 0; i < 8; ++i) {
     const uint8_t* row = RowPointer(rows, firstRow, firstRow + i, height_);
@@ -121,8 +154,12 @@ void ColorConverterRGBInterleave::Covert1_1_1(const RowMemoryRequester& rows, un
       // Columns inside the image; the rest of the block repeats the last one.
       const unsigned inside = x0 + 8 <= width_ ? 8 : width_ - x0;
       const uint8_t* p = row + size_t{x0} * step_;
-      for (unsigned j = 0; j < inside; ++j, p += step_) {
-        const uint8_t r = p[rOff_], g = p[gOff_], b = p[bOff_];
+      const uint8_t* const rp = p + offset_[0];
+      const uint8_t* const gp = p + offset_[1];
+      const uint8_t* const bp = p + offset_[2];
+      for (unsigned j = 0; j < inside; ++j) {
+        const size_t at = size_t{j} * step_;
+        const uint8_t r = rp[at], g = gp[at], b = bp[at];
         y[j] = static_cast<int16_t>(t.ry[r] + t.gy[g] + t.by[b] - kLevelShift);
         cb[j] = static_cast<int16_t>(t.rcb[r] + t.gcb[g] + t.bcb[b]);
         cr[j] = static_cast<int16_t>(t.rcr[r] + t.gcr[g] + t.bcr[b]);
@@ -136,9 +173,9 @@ void ColorConverterRGBInterleave::Covert1_1_1(const RowMemoryRequester& rows, un
   }
 }
 
-void ColorConverterRGBInterleave::CovertFloat(const RowMemoryRequester& rows, unsigned firstRow,
-                                              unsigned firstMcu, unsigned mcuStride,
-                                              int16_t** buffers) const {
+void ColorConverterYCbCr::ColorCovertFloat(const RowMemoryRequester& rows, unsigned firstRow,
+                                           unsigned firstMcu, unsigned mcuStride,
+                                           int16_t** buffers) const {
   for (int c = 0; c < 3; ++c) {
     const unsigned h = h_[c], v = v_[c], rh = hRatio_[c], rv = vRatio_[c];
     const uint32_t blocksAcross = mcusAcross_ * h;
@@ -159,9 +196,9 @@ void ColorConverterRGBInterleave::CovertFloat(const RowMemoryRequester& rows, un
                 for (unsigned gx = 0; gx < rh; ++gx) {
                   const uint8_t* p =
                       row + size_t{std::min<unsigned>(sampleColumn * rh + gx, width_ - 1u)} * step_;
-                  sr += p[rOff_];
-                  sg += p[gOff_];
-                  sb += p[bOff_];
+                  sr += p[offset_[0]];
+                  sg += p[offset_[1]];
+                  sb += p[offset_[2]];
                 }
               }
               const float r = static_cast<float>(sr / group), g = static_cast<float>(sg / group),

@@ -5,7 +5,9 @@
 // adds one to every symbol a baseline block can produce, so that the blocks it
 // skipped still find a code. The second pass converts, transforms and codes
 // every block. Samples live in buffers of one MCU row, so memory grows with
-// the width only, and nothing is allocated per block.
+// the width only, and nothing is allocated per block. Progressive frames
+// (0x400) are the exception: their scans revisit every block, so they keep
+// the whole image's coefficients.
 #include <algorithm>
 #include <cstddef>
 #include <memory>
@@ -14,6 +16,7 @@
 #include "jpeg/color_converter.h"
 #include "jpeg/dct.h"
 #include "jpeg/huffman.h"
+#include "jpeg/progressive.h"
 #include "jpeg/tables.h"
 #include "jpeg/zjpeg.h"
 
@@ -30,9 +33,11 @@ constexpr uint8_t kDQT = 0xDB;
 constexpr uint8_t kDRI = 0xDD;
 constexpr uint8_t kSOF0 = 0xC0;
 constexpr uint8_t kSOF1 = 0xC1;
+constexpr uint8_t kSOF2 = 0xC2;
 constexpr uint8_t kDHT = 0xC4;
 constexpr uint8_t kSOS = 0xDA;
-constexpr uint8_t kTransformYCbCr = 1;  // APP14 colour transform byte
+constexpr uint8_t kTransformNone = 0;  // APP14 colour transform byte
+constexpr uint8_t kTransformYCbCr = 1;
 constexpr unsigned kSamplingPercent = 10;
 constexpr int kMaxDcCategory = 11;  // DC differences of 8-bit samples
 constexpr int kMaxAcCategory = 10;  // AC coefficients of 8-bit samples
@@ -51,7 +56,7 @@ class Engine {
          AppDataCallback* appData)
       : rows_(rows), width_(width), height_(height), out_(out), appData_(appData), bits_(out) {}
 
-  bool Setup(const Desc& desc);
+  uint32_t Setup(const Desc& desc);  // kEncodeDone or why not
   void Encode(int dctMethod);
 
  private:
@@ -66,6 +71,7 @@ class Engine {
   void SetScan(bool sharedChromaTables);
   void CommonEncodeBaseline(unsigned percent);  // percent 0: count every block
   bool Pass(bool statistics, unsigned mcuStride, bool convert);
+  void EncodeProgressive();
   void GenerateHuffmanTables();
 
   RowMemoryRequester* rows_;
@@ -88,24 +94,38 @@ class Engine {
   std::unique_ptr<ColorConverter> converter_;
   std::unique_ptr<int16_t[]> buffers_[4];
   int16_t* bufferPtrs_[4] = {};
+  // Progressive frames keep every quantised block for the later scans.
+  std::unique_ptr<int16_t[]> coefficients_[4];
+  CoefficientPlane planes_[4];
   int32_t work_[64] = {};
 };
 
-std::unique_ptr<ColorConverter> MakeConverter(uint32_t flags) {
-  const bool rgbOrder = (flags & Desc::kDescConvA) != 0;
-  if (flags & Desc::kDescGrey)
-    return std::unique_ptr<ColorConverter>(new (std::nothrow) ColorConverterGrey);
-  if ((flags & (Desc::kDescRGB | Desc::kDescRGBAlt)) && !(flags & Desc::kDescPlanar) &&
-      (flags & Desc::kDescInterleaved)) {
-    const bool extraByte = !(flags & Desc::kDescRGB);
-    return std::unique_ptr<ColorConverter>(new (std::nothrow)
-                                               ColorConverterRGBInterleave(rgbOrder, extraByte));
-  }
-  // Planar and CMYK sources are not converted: their samples stay as cleared.
-  return std::unique_ptr<ColorConverter>(new (std::nothrow) ColorConverter);
+template <typename T, typename... Args>
+std::unique_ptr<ColorConverter> Make(Args... args) {
+  return std::unique_ptr<ColorConverter>(new (std::nothrow) T(args...));
 }
 
-bool Engine::Setup(const Desc& desc) {
+// The converter the flags name, in the order the flag bits rank; null when
+// they name none (no colour bit, or neither planar nor interleaved rows).
+std::unique_ptr<ColorConverter> MakeConverter(uint32_t flags, bool& named) {
+  const bool forward = (flags & Desc::kDescConvA) != 0;
+  const bool planar = (flags & Desc::kDescPlanar) != 0;
+  const bool interleaved = (flags & Desc::kDescInterleaved) != 0;
+  named = true;
+  if (flags & Desc::kDescGrey) return Make<ColorConverterGrey>();
+  if (flags & (Desc::kDescRGB | Desc::kDescRGBAlt)) {
+    const bool extraByte = !(flags & Desc::kDescRGB);
+    if (planar) return Make<ColorConverterRGB>(extraByte);
+    if (interleaved) return Make<ColorConverterRGBInterleave>(forward, extraByte);
+  } else if (flags & Desc::kDescCMYK) {
+    if (planar) return Make<ColorConverterCMYK>();
+    if (interleaved) return Make<ColorConverterCMYKInterleave>(forward);
+  }
+  named = false;
+  return nullptr;
+}
+
+uint32_t Engine::Setup(const Desc& desc) {
   flags_ = desc.flags;
   if (!(flags_ & (Desc::kDescConvA | Desc::kDescConvB))) flags_ |= Desc::kDescConvA;
   if (flags_ & Desc::kDescProgressive) {
@@ -115,13 +135,21 @@ bool Engine::Setup(const Desc& desc) {
   if (!(flags_ & (Desc::kDescSampledStats | Desc::kDescFullStats)))
     flags_ |= Desc::kDescSampledStats;
 
-  converter_ = MakeConverter(flags_);
-  if (!converter_) return false;
+  // 0x800 counts symbols of samples never converted, so the tables would
+  // lack the image's codes; an empty image has no scan to write.
+  if ((flags_ & Desc::kDescNoColorConvert) || width_ == 0 || height_ == 0)
+    return JPEGEncoder::kEncodeRefused;
+  bool named = false;
+  converter_ = MakeConverter(flags_, named);
+  if (!named) return JPEGEncoder::kEncodeRefused;
+  if (!converter_) return JPEGEncoder::kEncodeNoMemory;
+  // Components the converter does not fill would be coded flat.
+  if (desc.componentCount != converter_->Channels()) return JPEGEncoder::kEncodeRefused;
 
   // The description comes from the caller: keep its numbers inside the
   // ranges the frame can express.
   tables_ = std::clamp<int>(desc.tableCount, 1, 4);
-  components_ = std::clamp<int>(desc.componentCount, 1, 4);
+  components_ = desc.componentCount;
   for (int t = 0; t < tables_; ++t) std::copy_n(desc.quantTables[t], 64, qtable_[t]);
   // A lone component is coded block by block in raster order whatever its
   // sampling factors say, so it is kept at 1 x 1 to match.
@@ -141,16 +169,35 @@ bool Engine::Setup(const Desc& desc) {
   for (int c = 0; c < components_; ++c) {
     const size_t samples = size_t{mcusAcross_} * h_[c] * v_[c] * 64 + kSpareSamples;
     buffers_[c].reset(new (std::nothrow) int16_t[samples]());
-    if (!buffers_[c]) return false;
+    if (!buffers_[c]) return JPEGEncoder::kEncodeNoMemory;
     bufferPtrs_[c] = buffers_[c].get();
   }
-  return true;
+  if (flags_ & Desc::kDescProgressive) {
+    for (int c = 0; c < components_; ++c) {
+      CoefficientPlane& p = planes_[c];
+      p.h = h_[c];
+      p.v = v_[c];
+      p.blocksAcross = mcusAcross_ * h_[c];
+      p.blocksDown = mcusDown_ * v_[c];
+      // The component's own size is the image's scaled by H/Hmax and V/Vmax.
+      const uint32_t columns = (uint32_t{width_} * h_[c] + hMax_ - 1) / hMax_;
+      const uint32_t rows = (uint32_t{height_} * v_[c] + vMax_ - 1) / vMax_;
+      p.usedAcross = (columns + 7) / 8;
+      p.usedDown = (rows + 7) / 8;
+      coefficients_[c].reset(new (std::nothrow)
+                                 int16_t[size_t{p.blocksAcross} * p.blocksDown * 64]());
+      if (!coefficients_[c]) return JPEGEncoder::kEncodeNoMemory;
+      p.blocks = coefficients_[c].get();
+    }
+  }
+  return JPEGEncoder::kEncodeDone;
 }
 
 void Engine::Encode(int dctMethod) {
   out_->PutToken(kSOI);
   DumpAppData();
-  DumpAPPE(kTransformYCbCr);
+  // Four components are stored as given, not inverted, without transform.
+  DumpAPPE(components_ == 4 ? kTransformNone : kTransformYCbCr);
   DumpDQT(dctMethod == 0 || dctMethod == 1 ? 1 : 0);
   // Restart interval 0, written inline: the frame has no restart markers.
   out_->PutToken(kDRI);
@@ -161,9 +208,10 @@ void Engine::Encode(int dctMethod) {
 
   const bool fullStats =
       (flags_ & Desc::kDescNoColorConvert) || !(flags_ & Desc::kDescSampledStats);
-  // Progressive scans are not produced; such requests get the baseline frame
-  // with statistics from every block.
-  if (flags_ & (Desc::kDescBaseline | Desc::kDescProgressive)) {
+  if (flags_ & Desc::kDescProgressive) {
+    DumpSOF(kSOF2, 8);
+    EncodeProgressive();
+  } else if (flags_ & Desc::kDescBaseline) {
     DumpSOF(kSOF0, 8);
     SetScan(true);
     CommonEncodeBaseline(fullStats ? 0 : kSamplingPercent);
@@ -220,6 +268,7 @@ void Engine::CommonEncodeBaseline(unsigned percent) {
 bool Engine::Pass(bool statistics, unsigned mcuStride, bool convert) {
   const unsigned rowsPerMcu = 8u * vMax_;
   for (uint32_t y = 0; y < height_; y += rowsPerMcu) {
+    if (out_->failed) return false;
     rows_->firstRowWanted = static_cast<uint16_t>(y);
     rows_->rowsWanted = static_cast<uint16_t>(rowsPerMcu);
     if (!rows_->Request() || rows_->red == nullptr) return false;
@@ -247,6 +296,29 @@ bool Engine::Pass(bool statistics, unsigned mcuStride, bool convert) {
   return true;
 }
 
+// Converts and transforms every block into the coefficient planes, then
+// writes the scans. A row source that fails leaves the rest of the planes
+// zero; the scans still follow, so the file stays whole.
+void Engine::EncodeProgressive() {
+  const unsigned rowsPerMcu = 8u * vMax_;
+  for (uint32_t y = 0, my = 0; y < height_; y += rowsPerMcu, ++my) {
+    rows_->firstRowWanted = static_cast<uint16_t>(y);
+    rows_->rowsWanted = static_cast<uint16_t>(rowsPerMcu);
+    if (!rows_->Request() || rows_->red == nullptr) break;
+    converter_->ColorCovert(*rows_, y, 0, 1, bufferPtrs_);
+    for (int c = 0; c < components_; ++c) {
+      const size_t blocks = size_t{mcusAcross_} * h_[c] * v_[c];  // one MCU row
+      int16_t* store = coefficients_[c].get() + size_t{my} * blocks * 64;
+      for (size_t b = 0; b < blocks; ++b) {
+        int16_t* block = bufferPtrs_[c] + b * 64;
+        DCTInteger(block, quant_[tq_[c]], work_);
+        std::copy_n(block, 64, store + b * 64);
+      }
+    }
+  }
+  EncodeProgressiveScans(out_, planes_, components_, mcusAcross_, mcusDown_);
+}
+
 void Engine::GenerateHuffmanTables() {
   for (auto& t : dc_) {
     if (t.inUse) t.Generate();
@@ -258,17 +330,13 @@ void Engine::GenerateHuffmanTables() {
 
 void Engine::DumpAppData() {
   if (appData_ == nullptr) return;
-  if (appData_->HasRawPrefix() && appData_->rawPrefix) {
-    out_->DumpBuffer();
-    out_->DumpBytes(const_cast<uint8_t*>(appData_->rawPrefix), appData_->rawPrefixLength);
-  }
+  if (appData_->HasRawPrefix() && appData_->rawPrefix)
+    out_->PutData(const_cast<uint8_t*>(appData_->rawPrefix), appData_->rawPrefixLength);
   while (appData_->NextSegment()) {
     out_->PutToken(static_cast<uint8_t>((appData_->appIndex - 32) & 0xFF));  // 0xE0 + n
     out_->Put2Bytes(static_cast<uint16_t>(appData_->segmentLength + 2));
-    if (appData_->segmentData) {
-      out_->DumpBuffer();
-      out_->DumpBytes(const_cast<uint8_t*>(appData_->segmentData), appData_->segmentLength);
-    }
+    if (appData_->segmentData)
+      out_->PutData(const_cast<uint8_t*>(appData_->segmentData), appData_->segmentLength);
   }
 }
 
@@ -353,11 +421,16 @@ JPEGEncoder::JPEGEncoder(RowMemoryRequester* rows, uint16_t width, uint16_t heig
 
 uint32_t JPEGEncoder::EncodeImage(JPEGOutputStream* out, const EncoderDescription& desc,
                                   AppDataCallback* appData, int /*colorMethod*/, int dctMethod) {
-  if (out == nullptr || rows_ == nullptr) return 0;
+  if (out == nullptr || rows_ == nullptr) return kEncodeRefused;
+  if (out->failed) return kEncodeWriteFailed;
+  if (out->buffer == nullptr || out->capacity == 0) return kEncodeNoMemory;
   std::unique_ptr<Engine> engine(new (std::nothrow) Engine(rows_, width_, height_, out, appData));
-  if (!engine || !engine->Setup(desc)) return 0;  // nothing written
+  if (!engine) return kEncodeNoMemory;
+  if (const uint32_t refused = engine->Setup(desc); refused != kEncodeDone) return refused;
   engine->Encode(dctMethod);
-  return 0;
+  if (!out->failed) return kEncodeDone;
+  out->count = 0;  // nothing held after a failure reaches the sink either
+  return kEncodeWriteFailed;
 }
 
 }  // namespace ZJPEG

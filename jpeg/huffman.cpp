@@ -223,7 +223,13 @@ void AddBlockToHuffman(const int16_t* block, int16_t& predictor, FrameHuffman& d
 
 void BitPacker::OutputOneDCT(const int16_t* block, int16_t& predictor, const FrameHuffman& dc,
                              const FrameHuffman& ac) {
-  if (out_->capacity - out_->count < kBlockHeadroom) out_->DumpBuffer();
+  if (out_->capacity - out_->count < kBlockHeadroom) {
+    if (out_->failed) {
+      out_->count = 0;  // the sink takes nothing more: the bytes are dropped
+    } else {
+      out_->DumpBuffer();
+    }
+  }
 
   const int32_t diff = block[0] - predictor;
   predictor = block[0];

@@ -37,8 +37,13 @@ void JPEGOutputStream::Initialize() {
 }
 
 void JPEGOutputStream::PutByte(uint8_t b) {
+  if (failed) return;
   if (count >= capacity) DumpBuffer();
-  if (count < capacity) buffer[count++] = b;
+  if (failed || count >= capacity) {
+    failed = 1;  // a sink that took nothing cannot take the rest either
+    return;
+  }
+  buffer[count++] = b;
 }
 
 void JPEGOutputStream::PutToken(uint8_t code) {
@@ -52,12 +57,12 @@ void JPEGOutputStream::Put2Bytes(uint16_t v) {
 }
 
 void JPEGOutputStream::PutData(uint8_t* p, unsigned n) {
-  DumpBuffer();
-  DumpBytes(p, n);
+  if (!failed) DumpBuffer();
+  if (!failed) DumpBytes(p, n);
 }
 
 void JPEGOutputStream::Flush() {
-  DumpBuffer();
+  if (!failed) DumpBuffer();
 }
 
 BufferRowMemoryRequester::BufferRowMemoryRequester(const uint8_t* pixels, uint32_t stride,

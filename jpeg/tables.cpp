@@ -1,10 +1,9 @@
 // Quantisation rows, zigzag order and the integer colour tables.
 //
 // Only rows 0, 6 and 12 of the quality tables are fixed; the others are
-// derived here from them: rows 1..5 step linearly from row 0 to row 6, and
-// rows 7..11 step from a deliberately coarser row 7 (row 6 with its fine
-// divisors raised by a quarter, which pays for dropping chroma subsampling at
-// quality 7) down to row 12.
+// derived here from them: rows 1..5 step linearly from row 0 to row 6; rows 7
+// and 8 are row 6 made deliberately coarser (which pays for dropping chroma
+// subsampling at quality 7), and rows 9..11 step from row 8 to row 12.
 #include "jpeg/tables.h"
 
 #include <array>

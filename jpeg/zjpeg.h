@@ -39,8 +39,14 @@ struct EncoderDescription {
 };
 
 // Row source. The encoder sets the first two fields and calls Request(), which
-// points red/green/blue at the first requested row (interleaved sources: the
-// first byte of that row's first pixel through `red`).
+// points `red` at the first byte of the first requested row; rows follow
+// `rowStride` bytes apart. The encoder reads through `red` only.
+//
+// Interleaved rows (0x010) hold pixel after pixel. Planar rows (0x008) hold
+// one plane after another, each `width` bytes: R, G, B for RGB (0x002); a
+// plane of ignored bytes, then R, G, B for the extra-byte variant (0x020);
+// C, M, Y, K for CMYK (0x004). So a planar image is line-interleaved, and a
+// row source hands over whole image rows for every layout.
 class RowMemoryRequester {
  public:
   virtual int Request() = 0;  // nonzero when the rows are available
@@ -68,6 +74,11 @@ class BufferRowMemoryRequester : public RowMemoryRequester {
 
 // Buffered byte sink. A stream built over a caller buffer takes ownership of
 // it and releases it with array delete.
+//
+// `failed` is sticky: a sink sets it when it cannot take bytes, and the stream
+// sets it when a DumpBuffer() leaves no room. From then on the writers drop
+// their bytes, the encoder hands the sink nothing more and stops, and
+// EncodeImage() answers kEncodeWriteFailed.
 class JPEGOutputStream {
  public:
   JPEGOutputStream();
@@ -89,6 +100,7 @@ class JPEGOutputStream {
   uint8_t* buffer = nullptr;
   uint32_t count = 0;
   uint32_t ownsBuffer = 0;
+  uint32_t failed = 0;
 };
 
 // Application segments written after SOI.
@@ -107,8 +119,17 @@ class AppDataCallback {
 
 class JPEGEncoder {
  public:
+  // EncodeImage() results. A refused description and a failed allocation
+  // return before any byte is written.
+  static constexpr uint32_t kEncodeDone = 0;
+  // The description names no layout a converter serves (no colour bit, no
+  // planar or interleaved bit, a component count the layout does not fill,
+  // 0x800, whose statistics never see the image), or the image is empty.
+  static constexpr uint32_t kEncodeRefused = 1;
+  static constexpr uint32_t kEncodeNoMemory = 2;
+  static constexpr uint32_t kEncodeWriteFailed = 3;  // the stream's `failed` was set
+
   JPEGEncoder(RowMemoryRequester* rows, uint16_t width, uint16_t height);
-  // Always returns 0; a failed allocation returns before any byte is written.
   uint32_t EncodeImage(JPEGOutputStream* out, const EncoderDescription& desc,
                        AppDataCallback* appData, int colorMethod, int dctMethod);
 

@@ -251,14 +251,21 @@ TEST(Presets, ChromaSubsampledUpToSixThenCoarserRows) {
   EXPECT_EQ(d.components[0].h * 10 + d.components[0].v, 22);
   const std::vector<uint16_t> lum6(d.quantTables[0], d.quantTables[0] + 64);
   const std::vector<uint16_t> chr6(d.quantTables[1], d.quantTables[1] + 64);
-  // Full-resolution chroma from row 7 is paid for: rows 7 and 8 are no finer
-  // than row 6 anywhere and coarser wherever row 6 is below 12.
+  // Full-resolution chroma from row 7 is paid for: divisors of row 6 below 12
+  // grow by a quarter (rounded down) in row 7 and by an eighth (rounded up)
+  // in row 8; the others stay. Exact, so that a change of the rule shows.
+  const uint16_t lum7[8] = {10, 7, 7, 10, 12, 14, 16, 17}, lum8[8] = {9, 7, 7, 9, 12, 14, 16, 17};
   for (int q : {7, 8}) {
     d.PixmereQuality(q);
     EXPECT_EQ(d.components[0].h * 10 + d.components[0].v, 11) << q;
-    for (int i = 0; i < 64; ++i) {
-      EXPECT_GE(d.quantTables[0][i], lum6[i] + (lum6[i] < 12)) << q << " lum " << i;
-      EXPECT_GE(d.quantTables[1][i], chr6[i] + (chr6[i] < 12)) << q << " chr " << i;
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(d.quantTables[0][i], (q == 7 ? lum7 : lum8)[i]) << i;
+    for (int t = 0; t < 2; ++t) {
+      const std::vector<uint16_t>& six = t ? chr6 : lum6;
+      for (int i = 0; i < 64; ++i) {
+        const int v = six[i];
+        const int expect = v >= 12 ? v : q == 7 ? v * 5 / 4 : (v * 9 + 7) / 8;
+        EXPECT_EQ(d.quantTables[t][i], expect) << q << " table " << t << " entry " << i;
+      }
     }
   }
   d.flags = 0x004;  // CMYK: four components on one table

@@ -62,6 +62,10 @@ std::string Encode(const Rgb& img, int quality, uint32_t flags, int dctMethod) {
 }
 
 bool Decode(const std::string& jpeg, Rgb& out, std::string& error) {
+  return DecodeSamples(jpeg, 3, out, error);
+}
+
+bool DecodeSamples(const std::string& jpeg, int channels, Rgb& out, std::string& error) {
   jpeg_decompress_struct cinfo;
   StrictError err;
   cinfo.err = jpeg_std_error(&err.mgr);
@@ -75,13 +79,14 @@ bool Decode(const std::string& jpeg, Rgb& out, std::string& error) {
   jpeg_create_decompress(&cinfo);
   jpeg_mem_src(&cinfo, reinterpret_cast<const unsigned char*>(jpeg.data()), jpeg.size());
   jpeg_read_header(&cinfo, TRUE);
-  cinfo.out_color_space = JCS_RGB;
+  cinfo.out_color_space = channels == 1 ? JCS_GRAYSCALE : channels == 4 ? JCS_CMYK : JCS_RGB;
   jpeg_start_decompress(&cinfo);
   out.width = int(cinfo.output_width);
   out.height = int(cinfo.output_height);
-  out.pixels.assign(size_t(out.width) * out.height * 3, 0);
+  const size_t rowBytes = size_t(out.width) * size_t(channels);
+  out.pixels.assign(rowBytes * out.height, 0);
   while (cinfo.output_scanline < cinfo.output_height) {
-    JSAMPROW row = &out.pixels[size_t(cinfo.output_scanline) * out.width * 3];
+    JSAMPROW row = &out.pixels[size_t(cinfo.output_scanline) * rowBytes];
     jpeg_read_scanlines(&cinfo, &row, 1);
   }
   jpeg_finish_decompress(&cinfo);

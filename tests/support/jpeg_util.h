@@ -26,7 +26,7 @@ class StringStream : public ZJPEG::JPEGOutputStream {
 
 struct Rgb {
   int width = 0, height = 0;
-  std::vector<uint8_t> pixels;  // width × 3 bytes per row
+  std::vector<uint8_t> pixels;  // width × 3 bytes per row (DecodeSamples: × channels)
 };
 
 Rgb NoiseImage(int width, int height, uint32_t seed);
@@ -34,6 +34,8 @@ Rgb NoiseImage(int width, int height, uint32_t seed);
 std::string Encode(const Rgb& img, int quality, uint32_t flags = 0x112, int dctMethod = 4);
 // Decodes with the reference library; warnings count as failures.
 bool Decode(const std::string& jpeg, Rgb& out, std::string& error);
+// The same with 1 (grey), 3 (RGB) or 4 (CMYK, as stored) channels a pixel.
+bool DecodeSamples(const std::string& jpeg, int channels, Rgb& out, std::string& error);
 double Psnr(const Rgb& a, const Rgb& b);
 
 }  // namespace jpegtest

@@ -1,9 +1,13 @@
-// zjpeg: encodes a PPM (P6) or PNG file with the plug-in's encoder settings.
+// zjpeg: encodes a PPM (P6), PAM (P7) or PNG file with the plug-in's encoder.
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -12,59 +16,154 @@
 
 namespace {
 
+using Desc = ZJPEG::EncoderDescription;
+
 constexpr int kExitUsage = 2;
 constexpr int32_t kLargestSide = 65535;  // the encoder's sizes are 16-bit
 
 const char kUsage[] =
-    "usage: zjpeg IN.ppm|IN.png OUT.jpg [--quality 0..12] [--flags HEX] [--dct-method N]\n"
-    "Encodes an 8-bit RGB image. Defaults: quality 12, flags 112, dct-method 4.\n"
-    "Flags select interleaved RGB (0x002|0x010) or grey (0x001, made from the RGB).\n";
+    "usage: zjpeg IN.ppm|IN.pam|IN.png OUT.jpg [--quality 0..12] [--flags HEX] [--progressive]\n"
+    "             [--dct-method N]\n"
+    "Encodes an 8-bit image. Defaults: quality 12, flags 112, dct-method 4.\n"
+    "PAM tuple types RGB, RGB_ALPHA, GRAYSCALE and CMYK are read.\n"
+    "Flags: 001 grey (from grey or RGB input), 002 RGB, 020 RGB with a leading extra byte\n"
+    "(the alpha, or zero), 004 CMYK (CMYK input); 010 interleaved or 008 planar rows;\n"
+    "080 reverses the channel order (B, G, R or K, Y, M, C). --progressive adds 400.\n";
 
-// Sink writing to a stdio file; remembers the first write error.
-class FileStream : public ZJPEG::JPEGOutputStream {
- public:
-  explicit FileStream(std::FILE* f) : file_(f) {}
-  ~FileStream() override { FileStream::DumpBuffer(); }
-  void DumpBuffer() override {
-    if (count) Write(buffer, count);
-    count = 0;
-  }
-  void DumpBytes(void* p, unsigned n) override { Write(p, n); }
-  bool ok() const { return ok_; }
+enum class Kind { kGrey, kRgb, kRgba, kCmyk };
 
- private:
-  void Write(const void* p, size_t n) {
-    if (n && std::fwrite(p, 1, n, file_) != n) ok_ = false;
-  }
-  std::FILE* file_;
-  bool ok_ = true;
+struct Image {
+  int32_t width = 0, height = 0;
+  Kind kind = Kind::kRgb;
+  int channels = 3;
+  std::vector<uint8_t> pixels;  // interleaved, `channels` bytes a pixel
 };
 
-// The input is 8-bit RGB: the flags must describe pixels the tool can hand
-// over. Grey gets one byte a pixel made from the RGB; four-byte, planar and
-// CMYK layouts have nothing to read here, and 0x800 (no colour conversion)
-// gathers its statistics from unconverted samples, so its tables lack the
-// image's symbols. Returns why a set of flags is refused, or nothing.
-std::string RefusedFlags(uint32_t flags) {
-  using Desc = ZJPEG::EncoderDescription;
-  if (flags & Desc::kDescNoColorConvert)
-    return "0x800 (no colour conversion) would write tables without the image's symbols";
-  if (flags & Desc::kDescGrey) return {};
-  if ((flags & Desc::kDescRGB) && (flags & Desc::kDescInterleaved) && !(flags & Desc::kDescPlanar))
-    return {};
-  return "the input is 3-byte RGB: the flags must select grey (0x001) or interleaved RGB "
-         "(0x002 with 0x010, without 0x008)";
+// Netpbm P7 with MAXVAL 255 and one of the four tuple types; `why` names the
+// fault. Header lines are parsed from a shrinking view of the file.
+bool ReadPam(const std::string& data, Image& img, std::string& why) {
+  size_t cur = 3;  // after "P7\n"
+  long width = 0, height = 0, depth = 0, maxval = 0;
+  std::string tuple;
+  for (;;) {
+    const size_t eol = data.find('\n', cur);
+    if (eol == std::string::npos) return why = "PAM header has no ENDHDR line", false;
+    const std::string line = data.substr(cur, eol - cur);
+    cur = eol + 1;
+    if (line.empty() || line[0] == '#') continue;
+    if (line == "ENDHDR") break;
+    const size_t space = line.find(' ');
+    const std::string key = line.substr(0, space);
+    const std::string value = space == std::string::npos ? "" : line.substr(space + 1);
+    char* end = nullptr;
+    const long n = std::strtol(value.c_str(), &end, 10);
+    const bool number = !value.empty() && *end == '\0' && n > 0 && n <= kLargestSide;
+    if (key == "TUPLTYPE") {
+      tuple = value;
+    } else if (key == "WIDTH" || key == "HEIGHT" || key == "DEPTH" || key == "MAXVAL") {
+      if (!number) return why = "PAM " + key + " is not a number in 1..65535", false;
+      (key == "WIDTH" ? width : key == "HEIGHT" ? height : key == "DEPTH" ? depth : maxval) = n;
+    } else {
+      return why = "unknown PAM header line '" + key + "'", false;
+    }
+  }
+  if (maxval != 255) return why = "PAM MAXVAL must be 255 (8-bit samples)", false;
+  if (tuple == "GRAYSCALE" && depth == 1) {
+    img.kind = Kind::kGrey;
+  } else if (tuple == "RGB" && depth == 3) {
+    img.kind = Kind::kRgb;
+  } else if (tuple == "RGB_ALPHA" && depth == 4) {
+    img.kind = Kind::kRgba;
+  } else if (tuple == "CMYK" && depth == 4) {
+    img.kind = Kind::kCmyk;
+  } else {
+    return why = "PAM TUPLTYPE must be GRAYSCALE, RGB, RGB_ALPHA or CMYK with its DEPTH", false;
+  }
+  const size_t bytes = size_t(width) * size_t(height) * size_t(depth);
+  if (width == 0 || height == 0) return why = "PAM has no WIDTH or HEIGHT", false;
+  if (bytes > data.size() - cur) return why = "PAM pixel data is truncated", false;
+  img.width = int32_t(width);
+  img.height = int32_t(height);
+  img.channels = int(depth);
+  img.pixels.assign(data.begin() + std::ptrdiff_t(cur), data.begin() + std::ptrdiff_t(cur + bytes));
+  return true;
 }
 
-// Luma with the integer BT.601 weights 77, 150, 29 (0.299, 0.587, 0.114 of 256).
-std::vector<uint8_t> GreyOf(const pxhost::RgbImage& img) {
-  std::vector<uint8_t> grey(size_t(img.width) * size_t(img.height));
-  for (size_t i = 0; i < grey.size(); ++i) {
-    const uint8_t* p = &img.pixels[i * 3];
-    grey[i] = uint8_t((77 * p[0] + 150 * p[1] + 29 * p[2] + 128) >> 8);
+std::string ReadInput(const char* path, Image& img) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return std::string(path) + ": " + std::strerror(errno);
+  char magic[3] = {};
+  in.read(magic, 3);
+  if (in.gcount() == 3 && std::string(magic, 3) == "P7\n") {
+    in.seekg(0);
+    const std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string why;
+    if (!ReadPam(data, img, why)) return std::string(path) + ": " + why;
+    return {};
   }
-  return grey;
+  pxhost::RgbImage rgb;
+  if (std::string error = pxhost::ReadImage(path, &rgb); !error.empty()) return error;
+  if (rgb.width > kLargestSide || rgb.height > kLargestSide)
+    return std::string(path) + ": image size must be 1..65535 on each side";
+  img.width = rgb.width;
+  img.height = rgb.height;
+  img.kind = Kind::kRgb;
+  img.channels = 3;
+  img.pixels = std::move(rgb.pixels);
+  return {};
 }
+
+// The rows the flags describe, made from the input; `why` when the input
+// lacks what they need. The encoder refuses flags that name no layout.
+bool MakeRows(const Image& img, uint32_t flags, std::vector<uint8_t>& rows, uint32_t& stride,
+              std::string& why) {
+  const size_t w = size_t(img.width), pixelCount = w * size_t(img.height);
+  const bool reverse = (flags & Desc::kDescConvB) && !(flags & Desc::kDescConvA);
+  const bool planar = flags & Desc::kDescPlanar;
+  // Channel c of pixel i of the input, grey widened to three equal channels.
+  auto in = [&](size_t i, int c) {
+    return img.kind == Kind::kGrey ? img.pixels[i] : img.pixels[i * size_t(img.channels) + c];
+  };
+  std::vector<int> order;  // input channel per output byte, −1: zero
+  if (flags & Desc::kDescGrey) {
+    if (img.kind == Kind::kCmyk) return why = "grey (0x001) needs grey or RGB input", false;
+    stride = uint32_t(w);
+    rows.resize(pixelCount);
+    // Luma with the integer BT.601 weights 77, 150, 29 (0.299, 0.587, 0.114 of 256).
+    for (size_t i = 0; i < pixelCount; ++i)
+      rows[i] = uint8_t((77 * in(i, 0) + 150 * in(i, 1) + 29 * in(i, 2) + 128) >> 8);
+    return true;
+  }
+  if (flags & (Desc::kDescRGB | Desc::kDescRGBAlt)) {
+    if (img.kind == Kind::kCmyk) return why = "RGB flags need grey or RGB input", false;
+    order = reverse && !planar ? std::vector<int>{2, 1, 0} : std::vector<int>{0, 1, 2};
+    if (!(flags & Desc::kDescRGB)) order.insert(order.begin(), img.kind == Kind::kRgba ? 3 : -1);
+  } else if (flags & Desc::kDescCMYK) {
+    if (img.kind != Kind::kCmyk) return why = "CMYK (0x004) needs CMYK input (a PAM file)", false;
+    order = reverse && !planar ? std::vector<int>{3, 2, 1, 0} : std::vector<int>{0, 1, 2, 3};
+  }
+  const size_t n = order.size();
+  stride = uint32_t(w * n);
+  rows.assign(pixelCount * n, 0);
+  for (size_t i = 0; i < pixelCount; ++i) {
+    const size_t y = i / (w ? w : 1), x = i - y * w;
+    for (size_t k = 0; k < n; ++k) {
+      const uint8_t v = order[k] < 0 ? 0 : in(i, order[k]);
+      rows[y * stride + (planar ? k * w + x : x * n + k)] = v;
+    }
+  }
+  return true;
+}
+
+class StringSink : public ZJPEG::JPEGOutputStream {
+ public:
+  void DumpBuffer() override {
+    bytes.append(reinterpret_cast<const char*>(buffer), count);
+    count = 0;
+  }
+  void DumpBytes(void* p, unsigned n) override { bytes.append(static_cast<const char*>(p), n); }
+  std::string bytes;
+};
 
 bool ParseInt(const char* s, int base, long lo, long hi, long& out) {
   char* end = nullptr;
@@ -75,12 +174,36 @@ bool ParseInt(const char* s, int base, long lo, long hi, long& out) {
   return true;
 }
 
+bool SameFile(const char* a, const char* b) {
+  struct stat sa, sb;
+  return stat(a, &sa) == 0 && stat(b, &sb) == 0 && sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+}
+
+// Writes through a temporary file beside the output and renames it.
+std::string WriteFile(const std::string& path, const std::string& bytes) {
+  const std::string temp = path + ".tmp";
+  std::FILE* f = std::fopen(temp.c_str(), "wb");
+  if (!f) return temp + ": " + std::strerror(errno);
+  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+  const int savedErrno = errno;
+  if (std::fclose(f) != 0 || !written) {
+    std::remove(temp.c_str());
+    return path + ": write failed: " + std::strerror(written ? errno : savedErrno);
+  }
+  if (std::rename(temp.c_str(), path.c_str()) != 0) {
+    const std::string error = path + ": " + std::strerror(errno);
+    std::remove(temp.c_str());
+    return error;
+  }
+  return {};
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   long quality = 12, flags = 0x112, dctMethod = 4;
   std::vector<const char*> paths;
-  bool usage = false;
+  bool usage = false, progressive = false;
   for (int a = 1; a < argc && !usage; ++a) {
     const std::string arg = argv[a];
     if (arg == "--help" || arg == "-h") {
@@ -94,6 +217,8 @@ int main(int argc, char** argv) {
     } else if (arg == "--flags") {
       usage = !value || !ParseInt(value, 16, 0, 0xFFFF, flags);
       ++a;
+    } else if (arg == "--progressive") {
+      progressive = true;
     } else if (arg == "--dct-method") {
       usage = !value || !ParseInt(value, 10, 0, 255, dctMethod);
       ++a;
@@ -107,45 +232,46 @@ int main(int argc, char** argv) {
     std::fputs(kUsage, stderr);
     return kExitUsage;
   }
-  if (std::string why = RefusedFlags(uint32_t(flags)); !why.empty()) {
-    std::fprintf(stderr, "zjpeg: flags %lx: %s\n", flags, why.c_str());
+  if (progressive) flags |= Desc::kDescProgressive;
+  if (SameFile(paths[0], paths[1])) {
+    std::fprintf(stderr, "zjpeg: %s: the output would replace the input\n", paths[1]);
     return kExitUsage;
   }
 
-  pxhost::RgbImage img;
-  std::string error = pxhost::ReadImage(paths[0], &img);
-  if (error.empty() && (img.width > kLargestSide || img.height > kLargestSide))
-    error = std::string(paths[0]) + ": image size must be 1..65535 on each side";
+  Image img;
+  std::vector<uint8_t> rows;
+  uint32_t stride = 0;
+  std::string error = ReadInput(paths[0], img);
+  if (error.empty() && !MakeRows(img, uint32_t(flags), rows, stride, error))
+    error = std::string(paths[0]) + ": " + error;
   if (!error.empty()) {
     std::fprintf(stderr, "zjpeg: %s\n", error.c_str());
     return kExitUsage;
   }
-  std::FILE* out = std::fopen(paths[1], "wb");
-  if (!out) {
-    std::fprintf(stderr, "zjpeg: %s: %s\n", paths[1], std::strerror(errno));
-    return kExitUsage;
-  }
 
   ZJPEG::InitializeJPEGEncoder();
-  ZJPEG::EncoderDescription desc;
+  Desc desc;
   desc.flags = static_cast<uint32_t>(flags);
   desc.PixmereQuality(static_cast<int>(quality));
-  const bool grey = flags & ZJPEG::EncoderDescription::kDescGrey;
-  std::vector<uint8_t> greyPixels = grey ? GreyOf(img) : std::vector<uint8_t>();
-  ZJPEG::BufferRowMemoryRequester rows(grey ? greyPixels.data() : img.pixels.data(),
-                                       uint32_t(img.width) * (grey ? 1 : 3),
-                                       static_cast<uint16_t>(img.height));
-  bool ok;
-  {
-    FileStream stream(out);
-    ZJPEG::JPEGEncoder encoder(&rows, static_cast<uint16_t>(img.width),
-                               static_cast<uint16_t>(img.height));
-    encoder.EncodeImage(&stream, desc, nullptr, 0, static_cast<int>(dctMethod));
-    stream.DumpBuffer();
-    ok = stream.ok();
+  ZJPEG::BufferRowMemoryRequester source(rows.data(), stride, static_cast<uint16_t>(img.height));
+  StringSink sink;
+  const uint32_t result = ZJPEG::JPEGEncoder(&source, static_cast<uint16_t>(img.width),
+                                             static_cast<uint16_t>(img.height))
+                              .EncodeImage(&sink, desc, nullptr, 0, static_cast<int>(dctMethod));
+  sink.DumpBuffer();
+  if (result == ZJPEG::JPEGEncoder::kEncodeRefused) {
+    std::fprintf(stderr,
+                 "zjpeg: flags %lx: the encoder serves no such layout (it needs 001, 002, 020 "
+                 "or 004 with 010 or 008, and never 800)\n",
+                 flags);
+    return kExitUsage;
   }
-  if (std::fclose(out) != 0 || !ok) {
-    std::fprintf(stderr, "zjpeg: %s: write failed\n", paths[1]);
+  if (result != ZJPEG::JPEGEncoder::kEncodeDone) {
+    std::fprintf(stderr, "zjpeg: %s: out of memory\n", paths[0]);
+    return kExitUsage;
+  }
+  if (error = WriteFile(paths[1], sink.bytes); !error.empty()) {
+    std::fprintf(stderr, "zjpeg: %s\n", error.c_str());
     return kExitUsage;
   }
   return 0;
