@@ -5,7 +5,7 @@
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 
-.PHONY: all bootstrap build demo test bench fuzz format clean package integration
+.PHONY: all bootstrap build demo test release-check bench fuzz format clean package integration
 
 all: build
 
@@ -25,6 +25,13 @@ test: bootstrap
 	@cd build/asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --output-on-failure -j $(JOBS)
+	@tests/integration/run --when-possible
+
+# The optimised build with tests and no sanitizers: the compiler's flow analysis
+# at -O3 warns about things the sanitizer build never sees, so it must build too.
+release-check: bootstrap
+	@cmake -S . -B build/release-check -G Ninja -DCMAKE_BUILD_TYPE=Release -DQL_TESTS=ON >/dev/null
+	@cmake --build build/release-check -j $(JOBS)
 
 # The Debian package: release build, installed under /usr.
 package: bootstrap

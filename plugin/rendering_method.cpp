@@ -12,6 +12,15 @@ using pixmere::kQLErrParm;
 
 pixmere::QLRenderingMethodSuite* CQLRenderingMethodSuiteReg::sQLRenderingMethod = nullptr;
 
+namespace {
+
+// The table lives while the module is loaded: unloading the module frees it.
+struct ReleaseAtUnload {
+  ~ReleaseAtUnload() { CQLRenderingMethodSuiteReg::ReleaseRenderingMethodSuite(); }
+} sReleaseAtUnload;
+
+}  // namespace
+
 int32_t CQLRenderingMethodSuiteReg::PublishRenderingMethodSuite(
     const pixmere::PKBasicSuite* basic) {
   // A host without a basic suite offers no registry to publish in.
@@ -39,6 +48,13 @@ int32_t CQLRenderingMethodSuiteReg::InitializeRenderingMethodSuite() {
   if (sQLRenderingMethod != nullptr)
     sQLRenderingMethod->GetQLRenderingMethodForFile =
         &CQLRenderingMethodSuite::GetQLRenderingMethodForFile;
+  return 0;
+}
+
+int32_t CQLRenderingMethodSuiteReg::ReleaseRenderingMethodSuite() {
+  if (sQLRenderingMethod != nullptr) sQLRenderingMethod->GetQLRenderingMethodForFile = nullptr;
+  delete sQLRenderingMethod;
+  sQLRenderingMethod = nullptr;
   return 0;
 }
 
@@ -72,10 +88,13 @@ int32_t CQLRenderingMethodSuite::GetQLRenderingMethodForFile(const char* path, i
 
 int32_t CQLRenderingMethodSuite::GetRenderingMethod(const char* header, int32_t length,
                                                     const xmptk::XMPMeta& meta) {
-  if (length > 4 && std::memcmp(header, "%PDF-", 5) == 0 && isFormatPDF(meta))
-    return pixmere::kQLRenderingMethodPDF;
+  if (hasPDFHeader(header, length) && isFormatPDF(meta)) return pixmere::kQLRenderingMethodPDF;
   if (hasThumbnailInXMP(meta)) return pixmere::kQLRenderingMethodXMPThumbnail;
   return pixmere::kQLRenderingMethodEmbeddedThumbnail;
+}
+
+bool CQLRenderingMethodSuite::hasPDFHeader(const char* header, int32_t length) {
+  return length >= 5 && std::memcmp(header, "%PDF-", 5) == 0;
 }
 
 bool CQLRenderingMethodSuite::isFormatPDF(const xmptk::XMPMeta& meta) {

@@ -17,6 +17,9 @@ class CQLRenderingMethodSuiteReg {
   static int32_t PublishRenderingMethodSuite(const pixmere::PKBasicSuite* basic);
   // Fills the suite's one procedure slot when the suite was published.
   static int32_t InitializeRenderingMethodSuite();
+  // Clears the slot, frees the table and forgets it; returns 0. Runs when the
+  // module is unloaded, after the host has dropped the suites it added.
+  static int32_t ReleaseRenderingMethodSuite();
 
   static pixmere::QLRenderingMethodSuite* sQLRenderingMethod;
 };
@@ -29,4 +32,6 @@ class CQLRenderingMethodSuite {
   static int32_t GetRenderingMethod(const char* header, int32_t length, const xmptk::XMPMeta& meta);
   static bool isFormatPDF(const xmptk::XMPMeta& meta);
   static bool hasThumbnailInXMP(const xmptk::XMPMeta& meta);
+  // True when the header holds at least five bytes and starts with "%PDF-".
+  static bool hasPDFHeader(const char* header, int32_t length);
 };

@@ -14,12 +14,11 @@
 #include <cstring>
 #include <vector>
 
+#include "sdk/host_types.h"
+
 namespace {
 
-constexpr uint32_t FourCC(const char (&c)[5]) {
-  return uint32_t(uint8_t(c[0])) << 24 | uint32_t(uint8_t(c[1])) << 16 |
-         uint32_t(uint8_t(c[2])) << 8 | uint32_t(uint8_t(c[3]));
-}
+using pixmere::FourCC;
 
 constexpr uint32_t kSignature = FourCC("SXFF");
 constexpr uint16_t kMajorVersion = 1;
@@ -30,13 +29,6 @@ constexpr uint16_t kBlockColor = 0x0001;
 constexpr uint16_t kBlockColorWithTint = 0x0002;
 constexpr uint16_t kBlockGroupStart = 0xC001;
 constexpr uint16_t kBlockGroupEnd = 0xC002;
-
-constexpr int32_t kResultOK = 0;
-constexpr int32_t kResultUnreadable = 1;
-constexpr int32_t kResultBadSignature = 3;
-constexpr int32_t kResultBadVersion = 4;
-constexpr int32_t kResultTruncated = 5;
-constexpr int32_t kResultTooManyBlocks = 6;
 
 constexpr uint32_t kKeepWholeNames = 1;  // bit 0 of Parse's flags
 constexpr uint16_t kDollar = 0x24;
@@ -82,38 +74,38 @@ KeltoSwatchbook::SwatchType MapType(uint16_t word) {
   return KeltoSwatchbook::kSwatchTypeProcess;
 }
 
-// A colour entry (types 1 and 2). Returns 0, or kResultTruncated when a
+// A colour entry (types 1 and 2). Returns 0, or kSXFTruncated when a
 // field runs past the data.
-int32_t ReadColorEntry(KeltoSwatchbook& book, char*& cur, char* end, uint16_t type, int32_t flags,
-                       int32_t (&formats)[kModelCount]) {
+SXFParseResult ReadColorEntry(KeltoSwatchbook& book, char*& cur, char* end, uint16_t type,
+                              int32_t flags, int32_t (&formats)[kModelCount]) {
   double tint = 0.0;
   if (type == kBlockColorWithTint) {
-    if (4 > end - cur) return kResultTruncated;
+    if (4 > end - cur) return kSXFTruncated;
     tint = GetFloat(cur);
     cur += 4;
   }
   XMLString name;
-  if (!ReadUTF16(cur, end, name, uint32_t(flags) & kKeepWholeNames)) return kResultTruncated;
-  if (4 > end - cur) return kResultTruncated;
+  if (!ReadUTF16(cur, end, name, uint32_t(flags) & kKeepWholeNames)) return kSXFTruncated;
+  if (4 > end - cur) return kSXFTruncated;
   uint32_t code = Get32(cur);
   cur += 4;
   int m = 0;
   while (m < kModelCount && kModels[m].code != code) ++m;
-  if (m == kModelCount) return kResultOK;  // unknown model: no swatch, the block is stepped over
+  if (m == kModelCount) return kSXFParsed;  // unknown model: no swatch, the block is stepped over
   if (formats[m] < 0) {
     formats[m] = book.AddFormat();
     book.SetFormatEncoding(formats[m], KeltoSwatchbook::kEncodingDouble);
     book.SetFormatColorSpace(formats[m], kModels[m].space);
   }
   int32_t format = formats[m];
-  if (format < 0) return kResultOK;
+  if (format < 0) return kSXFParsed;
 
   int32_t swatch = book.AddSwatch(-1);
   book.SetSwatchName(swatch, name);
   book.SetSwatchTint(swatch, tint);
   int32_t n = book.GetFormatNumChannels(format);
   if (n < 0) n = 0;
-  if (n > (end - cur) / 4) return kResultTruncated;
+  if (n > (end - cur) / 4) return kSXFTruncated;
   // Four doubles hold every known model; a book with wider formats gets a
   // buffer of its own.
   double fixed[4] = {0, 0, 0, 0};
@@ -134,24 +126,24 @@ int32_t ReadColorEntry(KeltoSwatchbook& book, char*& cur, char* end, uint16_t ty
       values[i] = Clamp(v, -128.0, 128.0);
   }
   book.AddColorValues(swatch, format, static_cast<const double*>(values));
-  if (2 > end - cur) return kResultTruncated;
+  if (2 > end - cur) return kSXFTruncated;
   book.SetSwatchType(swatch, MapType(Get16(cur)));
   cur += 2;
-  return kResultOK;
+  return kSXFParsed;
 }
 
 // Checks the 12-byte header; returns 0 and the block count, or the result code.
-int32_t ReadHeader(char*& cur, char* end, uint32_t* count) {
-  if (4 > end - cur) return kResultTruncated;
-  if (Get32(cur) != kSignature) return kResultBadSignature;
+SXFParseResult ReadHeader(char*& cur, char* end, uint32_t* count) {
+  if (4 > end - cur) return kSXFTruncated;
+  if (Get32(cur) != kSignature) return kSXFBadSignature;
   cur += 4;
-  if (4 > end - cur) return kResultTruncated;
-  if (Get32(cur) >> 16 != kMajorVersion) return kResultBadVersion;  // the minor version is free
+  if (4 > end - cur) return kSXFTruncated;
+  if (Get32(cur) >> 16 != kMajorVersion) return kSXFBadVersion;  // the minor version is free
   cur += 4;
-  if (4 > end - cur) return kResultTruncated;
+  if (4 > end - cur) return kSXFTruncated;
   *count = Get32(cur);
   cur += 4;
-  return *count > kMaxBlocks ? kResultTooManyBlocks : kResultOK;
+  return *count > kMaxBlocks ? kSXFTooManyBlocks : kSXFParsed;
 }
 
 }  // namespace
@@ -209,7 +201,7 @@ int32_t SXFReader::Check(KeltoSwatchbookStream& stream, int32_t& unknownBlocks) 
   char* cur = file.GetData(0);
   char* end = cur + file.GetSize();
   uint32_t count = 0;
-  if (cur == nullptr || ReadHeader(cur, end, &count) != kResultOK) return 0;
+  if (cur == nullptr || ReadHeader(cur, end, &count) != kSXFParsed) return 0;
   for (uint32_t b = 0; b < count; ++b) {
     if (2 > end - cur) return 0;
     uint16_t type = Get16(cur);
@@ -227,30 +219,30 @@ int32_t SXFReader::Check(KeltoSwatchbookStream& stream, int32_t& unknownBlocks) 
 }
 
 int32_t SXFReader::Parse(KeltoSwatchbook& book, KeltoSwatchbookStream& stream, int32_t flags) {
-  if (!stream.IsValid()) return kResultUnreadable;
+  if (!stream.IsValid()) return kSXFUnreadable;
   KeltoSwatchbookHeap file(1, kFileHeapBytes, kFileHeapBytes);
-  if (!file.InflateFromStream(stream)) return kResultUnreadable;
+  if (!file.InflateFromStream(stream)) return kSXFUnreadable;
   char* cur = file.GetData(0);
-  if (cur == nullptr) return kResultUnreadable;
+  if (cur == nullptr) return kSXFUnreadable;
   char* end = cur + file.GetSize();
   uint32_t count = 0;
-  if (int32_t header = ReadHeader(cur, end, &count); header != kResultOK) return header;
+  if (int32_t header = ReadHeader(cur, end, &count); header != kSXFParsed) return header;
 
   // From here on the book changes, also when a later block is faulty.
   book.Clear();
   int32_t formats[kModelCount] = {-1, -1, -1, -1};
   for (uint32_t b = 0; b < count; ++b) {
-    if (2 > end - cur) return kResultTruncated;
+    if (2 > end - cur) return kSXFTruncated;
     uint16_t type = Get16(cur);
     cur += 2;
-    if (4 > end - cur) return kResultTruncated;
+    if (4 > end - cur) return kSXFTruncated;
     uint32_t length = Get32(cur);
     cur += 4;
     char* body = cur;
     switch (type) {
       case kBlockGroupStart: {
         XMLString name;
-        if (!ReadUTF16(cur, end, name, uint32_t(flags) & kKeepWholeNames)) return kResultTruncated;
+        if (!ReadUTF16(cur, end, name, uint32_t(flags) & kKeepWholeNames)) return kSXFTruncated;
         int32_t group = book.CreateSwatchGroup();
         if (group != -1 && book.SetActiveSwatchGroup(group)) book.SetSwatchGroupName(name);
         break;
@@ -260,14 +252,14 @@ int32_t SXFReader::Parse(KeltoSwatchbook& book, KeltoSwatchbookStream& stream, i
         break;
       case kBlockColor:
       case kBlockColorWithTint:
-        if (int32_t r = ReadColorEntry(book, cur, end, type, flags, formats); r != kResultOK)
+        if (int32_t r = ReadColorEntry(book, cur, end, type, flags, formats); r != kSXFParsed)
           return r;
         break;
     }
-    if (length > uint64_t(end - body)) return kResultTruncated;
+    if (length > uint64_t(end - body)) return kSXFTruncated;
     cur = body + length;
   }
-  return kResultOK;
+  return kSXFParsed;
 }
 
 int32_t KeltoSwatchbook::CheckSXF(KeltoSwatchbookStream& stream, int32_t& unknownBlocks) {
@@ -276,7 +268,7 @@ int32_t KeltoSwatchbook::CheckSXF(KeltoSwatchbookStream& stream, int32_t& unknow
 }
 
 int32_t KeltoSwatchbook::ParseSXF(KeltoSwatchbookStream& stream, int32_t flags) {
-  if (!stream.IsValid()) return kResultUnreadable;
+  if (!stream.IsValid()) return kSXFUnreadable;
   SXFReader reader;
   return reader.Parse(*this, stream, flags);
 }

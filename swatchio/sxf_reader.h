@@ -9,6 +9,17 @@
 #include "swatchbook/xml_string.h"
 #include "swatchio/stream.h"
 
+// What Parse answers; the numbers are the reader's documented codes (2 is
+// not used).
+enum SXFParseResult : int32_t {
+  kSXFParsed = 0,
+  kSXFUnreadable = 1,
+  kSXFBadSignature = 3,
+  kSXFBadVersion = 4,
+  kSXFTruncated = 5,
+  kSXFTooManyBlocks = 6,
+};
+
 class SXFReader {
  public:
   SXFReader();
@@ -16,9 +27,7 @@ class SXFReader {
   // 1 for a structurally sound file, else 0; unknownBlocks counts the blocks
   // of types the reader does not know.
   int32_t Check(KeltoSwatchbookStream& stream, int32_t& unknownBlocks);
-  // 0 success, 1 unreadable stream, 3 wrong signature, 4 wrong major
-  // version, 5 data ends early, 6 too many blocks. Bit 0 of flags keeps
-  // "$$$/key=text" names whole.
+  // An SXFParseResult. Bit 0 of flags keeps "$$$/key=text" names whole.
   int32_t Parse(KeltoSwatchbook& book, KeltoSwatchbookStream& stream, int32_t flags);
 
  private:

@@ -270,6 +270,39 @@ void EncodeToBase64(const char* rawStr, uint32_t rawLen, std::string* encodedStr
   *encodedStr = std::move(out);
 }
 
+void DecodeFromBase64(const char* encodedStr, uint32_t encodedLen, std::string* rawStr) {
+  if (rawStr == nullptr || (encodedStr == nullptr && encodedLen != 0))
+    Fail("DecodeFromBase64", kErrBadParam);
+  std::string out;
+  out.reserve(size_t(encodedLen) / 4 * 3);
+  uint32_t bits = 0;
+  int count = 0;
+  bool padding = false;
+  for (uint32_t i = 0; i < encodedLen; ++i) {
+    char c = encodedStr[i];
+    int v = c >= 'A' && c <= 'Z'   ? c - 'A'
+            : c >= 'a' && c <= 'z' ? c - 'a' + 26
+            : c >= '0' && c <= '9' ? c - '0' + 52
+            : c == '+'             ? 62
+            : c == '/'             ? 63
+                                   : -1;
+    if (c == '=') {
+      padding = true;
+    } else if (c == '\n' || c == '\r' || c == ' ' || c == '\t') {
+      // line breaks and blanks between groups
+    } else if (v < 0 || padding) {
+      Fail("DecodeFromBase64", kErrBadParam);  // not base64, or data after the padding
+    } else {
+      bits = (bits << 6) | uint32_t(v);
+      if ((count += 6) >= 8) {
+        count -= 8;
+        out += char((bits >> count) & 0xFF);
+      }
+    }
+  }
+  *rawStr = std::move(out);
+}
+
 }  // namespace XMPUtils
 
 XMPFiles::XMPFiles() : file_(xmp_files_new()) {

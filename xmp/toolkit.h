@@ -89,6 +89,9 @@ void ComposeFieldSelector(const char* schemaNS, const char* arrayName, const cha
 // Standard alphabet, '=' padding, a line feed before each 4-character group
 // once a line holds 76 characters, never a trailing line feed.
 void EncodeToBase64(const char* rawStr, uint32_t rawLen, std::string* encodedStr);
+// The reverse; line breaks and blanks are skipped, any other character that
+// is not of the alphabet, or data after the '=' padding, is a bad parameter.
+void DecodeFromBase64(const char* encodedStr, uint32_t encodedLen, std::string* rawStr);
 }  // namespace XMPUtils
 
 class XMPFiles {

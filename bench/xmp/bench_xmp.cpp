@@ -20,6 +20,7 @@
 
 #include "host/host_simulator.h"
 #include "jpeg/zjpeg.h"
+#include "sdk/plugin_main.h"
 #include "sdk/selectors.h"
 #include "swatchbook/vantor_swatch_book.h"
 #include "tests/support/base64.h"
@@ -30,8 +31,6 @@
 #include "xmp/page_internals.h"
 #include "xmp/thumbnail_pages.h"
 #include "xmp/toolkit.h"
-
-extern "C" void PluginMain(int16_t, pixmere::FormatRecord*, intptr_t*, int16_t*);
 
 namespace {
 

@@ -7,9 +7,8 @@
 #include <cstdlib>
 
 #include "host/host_simulator.h"
+#include "sdk/plugin_main.h"
 #include "sdk/selectors.h"
-
-extern "C" void PluginMain(int16_t, pixmere::FormatRecord*, intptr_t*, int16_t*);
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const int fd = memfd_create("fuzz_read_thumbnail", MFD_CLOEXEC);

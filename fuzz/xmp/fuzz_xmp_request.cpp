@@ -11,10 +11,9 @@
 #include <string>
 
 #include "host/host_simulator.h"
+#include "sdk/plugin_main.h"
 #include "sdk/selectors.h"
 #include "xmp/toolkit.h"
-
-extern "C" void PluginMain(int16_t, pixmere::FormatRecord*, intptr_t*, int16_t*);
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const int fd = memfd_create("fuzz_xmp_request", MFD_CLOEXEC);

@@ -13,13 +13,13 @@
 #include <vector>
 
 #include "host/host_simulator.h"
+#include "plugin/rendering_method.h"
 #include "plugin/suites.h"
+#include "sdk/plugin_main.h"
 #include "sdk/selectors.h"
 #include "tests/support/fixture_file.h"
 #include "tools/ql7embed/ql7_writer.h"
 #include "tools/sxfwrite/sxf_writer.h"
-
-extern "C" void PluginMain(int16_t, pixmere::FormatRecord*, intptr_t*, int16_t*);
 
 namespace {
 
@@ -271,6 +271,39 @@ TEST(SuiteRelease, AcquiredHoldersAreReleasedInTheFixedOrder) {
   EXPECT_EQ(order, (std::vector<std::string>{sPXActionDescriptor.name, sPXHandle.name,
                                              sPXUIHooks.name, sPXResource.name}));
   for (SuiteHolder* h : holders) EXPECT_EQ(h->suite, nullptr);
+}
+
+TEST(RenderingMethodSuite, PdfHeaderNeedsAllFiveBytesInTheLength) {
+  const char header[] = "%PDF-1.7";
+  EXPECT_TRUE(CQLRenderingMethodSuite::hasPDFHeader(header, 5));
+  EXPECT_TRUE(CQLRenderingMethodSuite::hasPDFHeader(header, 1000));
+  EXPECT_FALSE(CQLRenderingMethodSuite::hasPDFHeader(header, 4));
+  EXPECT_FALSE(CQLRenderingMethodSuite::hasPDFHeader("%PDF+1.7", 8));
+  EXPECT_FALSE(CQLRenderingMethodSuite::hasPDFHeader("%pdf-1.7", 8));
+}
+
+TEST(RenderingMethodSuite, ReleaseFreesThePublishedTableAndAllowsAFreshOne) {
+  CQLRenderingMethodSuiteReg::ReleaseRenderingMethodSuite();  // whatever an earlier test left
+  EXPECT_EQ(CQLRenderingMethodSuiteReg::ReleaseRenderingMethodSuite(), 0);  // nothing to free
+  pxhost::SuiteRegistry::Get().DropAddedSuites();
+  ASSERT_EQ(
+      CQLRenderingMethodSuiteReg::PublishRenderingMethodSuite(pxhost::SuiteRegistry::Get().Basic()),
+      0);
+  CQLRenderingMethodSuiteReg::InitializeRenderingMethodSuite();
+  const void* registered =
+      pxhost::SuiteRegistry::Get().Find(kQLRenderingMethodSuite, kQLRenderingMethodSuiteVersion);
+  ASSERT_EQ(registered, CQLRenderingMethodSuiteReg::sQLRenderingMethod);
+  EXPECT_EQ(CQLRenderingMethodSuiteReg::sQLRenderingMethod->GetQLRenderingMethodForFile,
+            &CQLRenderingMethodSuite::GetQLRenderingMethodForFile);
+  EXPECT_EQ(CQLRenderingMethodSuiteReg::ReleaseRenderingMethodSuite(), 0);
+  EXPECT_EQ(CQLRenderingMethodSuiteReg::sQLRenderingMethod, nullptr);
+  pxhost::SuiteRegistry::Get().DropAddedSuites();
+  // Released, the slot fills nothing; the next publication starts afresh.
+  EXPECT_EQ(CQLRenderingMethodSuiteReg::InitializeRenderingMethodSuite(), 0);
+  ASSERT_EQ(
+      CQLRenderingMethodSuiteReg::PublishRenderingMethodSuite(pxhost::SuiteRegistry::Get().Basic()),
+      0);
+  EXPECT_NE(CQLRenderingMethodSuiteReg::sQLRenderingMethod, nullptr);
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ using namespace pixmere;
 // set-up.
 void Touch() {
   std::string error;
-  PluginMainProc entry = pxhost::LoadPlugin(pxhost::DefaultPluginPath(), &error);
+  PluginMainProc entry = pxhost::LoadPlugin(QL_MODULE, &error);
   ASSERT_NE(entry, nullptr) << error;
   qltest::MemFile file("%!PS\n");
   pxhost::SessionOptions o;
@@ -26,7 +26,7 @@ void Touch() {
 }
 
 TEST(Module, ExportsOnlyItsEntryPoint) {
-  qltest::Outcome nm = qltest::Shell("nm -D --defined-only '" + pxhost::DefaultPluginPath() +
+  qltest::Outcome nm = qltest::Shell(std::string("nm -D --defined-only '") + QL_MODULE +
                                      "' | awk '$2 != \"A\" { print $3 }'");
   EXPECT_EQ(nm.out, "PluginMain\n");
 }
@@ -89,6 +89,27 @@ TEST_F(RenderingMethod, ErrorsAreFourCharacterCodes) {
   EXPECT_EQ(method, 0);
   EXPECT_EQ(suite_->GetQLRenderingMethodForFile(nullptr, &method), kQLErrParm);
   EXPECT_EQ(suite_->GetQLRenderingMethodForFile("x", nullptr), kQLErrParm);
+}
+
+TEST(ModuleReload, TheReloadedModuleRepublishesAWorkingSuite) {
+  // The suite's answer on one file, through whatever table the registry holds.
+  auto askSuite = [](const std::string& path) {
+    const void* procs =
+        pxhost::SuiteRegistry::Get().Find(kQLRenderingMethodSuite, kQLRenderingMethodSuiteVersion);
+    if (procs == nullptr) return int32_t(-1);
+    int32_t method = -7;
+    auto* suite = static_cast<const QLRenderingMethodSuite*>(procs);
+    return suite->GetQLRenderingMethodForFile(path.c_str(), &method) == 0 ? method : -2;
+  };
+  qltest::DiskFile page("page.pdf", Page(true, "application/pdf"));
+  for (int round = 0; round < 3; ++round) {
+    Touch();
+    EXPECT_EQ(askSuite(page.path()), kQLRenderingMethodPDF) << round;
+    ASSERT_TRUE(pxhost::UnloadPlugin(QL_MODULE));
+    // Nothing of the unloaded module stays registered.
+    EXPECT_EQ(askSuite(page.path()), -1) << round;
+  }
+  EXPECT_FALSE(pxhost::UnloadPlugin(QL_MODULE));
 }
 
 }  // namespace

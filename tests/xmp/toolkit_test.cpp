@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 
 #include "tests/support/fixture_file.h"
@@ -48,6 +49,21 @@ TEST(Base64, PadsShortGroupsAndBreaksLinesAt76WithoutTrailingFeed) {
             "AAcOFRwjKjE4P0ZNVFtiaXB3foWMk5qhqK+2vcTL0tng5+71/AMKERgfJi00O0JJUFdeZWxzeoGI\n"
             "j5adpKuyucDHztXc4+rx+P8GDRQbIikwNz5FTFNaYWhvdn2Ei5KZoKeutbzDytHY3+bt9PsCCRAX\n"
             "HiUsMzpBSE9WXWRrcnmAhw==");
+}
+
+TEST(Base64, DecodesWhatItEncodesAndRefusesWhatIsNotBase64) {
+  for (const std::string& raw :
+       {std::string(), std::string("f"), Counting(58, 1), Counting(130, 7)}) {
+    std::string back = "stale";
+    std::string text = Base64(raw);
+    XMPUtils::DecodeFromBase64(text.data(), uint32_t(text.size()), &back);
+    EXPECT_EQ(back, raw);
+  }
+  for (const char* bad : {"Zm9v!", "Zg==Zg==", "Z\x80=="}) {
+    std::string out;
+    EXPECT_THROW(XMPUtils::DecodeFromBase64(bad, uint32_t(std::strlen(bad)), &out), XMPError)
+        << bad;
+  }
 }
 
 TEST_F(Toolkit, ComposesPathsInTheToolkitsForms) {

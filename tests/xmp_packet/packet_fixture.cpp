@@ -5,12 +5,11 @@
 #include <cstring>
 
 #include "host/host_simulator.h"
+#include "sdk/plugin_main.h"
 #include "sdk/selectors.h"
 #include "tests/support/base64.h"
 #include "tests/support/fixture_file.h"
 #include "tools/sxfwrite/sxf_writer.h"
-
-extern "C" void PluginMain(int16_t, pixmere::FormatRecord*, intptr_t*, int16_t*);
 
 namespace xmppacket {
 
