@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -44,7 +45,7 @@ int32_t SuitesFind(const char* name, int32_t version, pixmere::PKSuiteRef* ref) 
 }
 int32_t SuitesAdd(int32_t, int32_t, const char* name, int32_t version, int32_t, const void* procs,
                   pixmere::PKSuiteRef* ref) {
-  int32_t err = SuiteRegistry::Get().Add(name, version, procs);
+  int32_t err = SuiteRegistry::Get().Add(name, version, procs, true);
   if (ref != nullptr) *ref = err == 0 ? const_cast<void*>(procs) : nullptr;
   return err;
 }
@@ -58,10 +59,22 @@ const pixmere::PKSuitesSuite kSuitesSuite{&SuitesCount, &SuitesFind, &SuitesAdd}
 
 }  // namespace
 
+namespace {
+
+struct LoadedModule {
+  void* handle;
+  PluginMainProc entry;
+};
+std::map<std::string, LoadedModule>& Loaded() {
+  static std::map<std::string, LoadedModule> loaded;
+  return loaded;
+}
+
+}  // namespace
+
 PluginMainProc LoadPlugin(const std::string& path, std::string* error) {
-  static std::map<std::string, PluginMainProc> loaded;
-  auto it = loaded.find(path);
-  if (it != loaded.end()) return it->second;
+  auto it = Loaded().find(path);
+  if (it != Loaded().end()) return it->second.entry;
   void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (module == nullptr) {
     *error = dlerror();
@@ -70,20 +83,38 @@ PluginMainProc LoadPlugin(const std::string& path, std::string* error) {
   auto entry = reinterpret_cast<PluginMainProc>(dlsym(module, "PluginMain"));
   if (entry == nullptr) {
     *error = path + ": no PluginMain entry point";
+    dlclose(module);
     return nullptr;
   }
-  loaded.emplace(path, entry);
+  Loaded().emplace(path, LoadedModule{module, entry});
   return entry;
 }
 
-std::string DefaultPluginPath() {
+bool UnloadPlugin(const std::string& path) {
+  auto it = Loaded().find(path);
+  if (it == Loaded().end()) return false;
+  // No registered entry may outlive the tables and code it points into.
+  SuiteRegistry::Get().DropAddedSuites();
+  dlclose(it->second.handle);
+  Loaded().erase(it);
+  return true;
+}
+
+std::string FindPlugin(const std::string& requested, std::vector<std::string>* tried) {
+  if (!requested.empty()) return requested;
+  if (const char* env = std::getenv("PXHOST_PLUGIN"); env != nullptr && *env != 0) return env;
+  // The build tree puts the module beside the program; an installed program
+  // finds it in the module folder relative to its own, so a moved prefix works
+  // and an installed copy never loads a build tree's module.
   std::error_code ec;
   auto self = std::filesystem::read_symlink("/proc/self/exe", ec);
-  if (!ec) {
-    auto beside = self.parent_path() / "qlformat.so";
-    if (std::filesystem::exists(beside, ec)) return beside.string();
+  if (ec) return {};
+  for (const auto& candidate : {self.parent_path() / "qlformat.so",
+                                self.parent_path() / QL_MODULE_RELDIR / "qlformat.so"}) {
+    if (std::filesystem::is_regular_file(candidate, ec)) return candidate.lexically_normal();
+    if (tried != nullptr) tried->push_back(candidate.lexically_normal());
   }
-  return QL_BUILT_PLUGIN;
+  return {};
 }
 
 bool ParseHostProc(const std::string& name, HostProc* proc) {
@@ -104,7 +135,12 @@ SuiteRegistry& SuiteRegistry::Get() {
 }
 
 SuiteRegistry::SuiteRegistry() {
-  suites_.push_back({pixmere::kPKSuitesSuite, pixmere::kPKSuitesSuiteVersion, &kSuitesSuite});
+  suites_.push_back(
+      {pixmere::kPKSuitesSuite, pixmere::kPKSuitesSuiteVersion, &kSuitesSuite, false});
+}
+
+void SuiteRegistry::DropAddedSuites() {
+  std::erase_if(suites_, [](const Entry& e) { return e.added; });
 }
 
 const pixmere::PKBasicSuite* SuiteRegistry::Basic() const {
@@ -131,9 +167,9 @@ int32_t SuiteRegistry::Release(const char* name, int32_t version) {
   return err;
 }
 
-int32_t SuiteRegistry::Add(const char* name, int32_t version, const void* procs) {
+int32_t SuiteRegistry::Add(const char* name, int32_t version, const void* procs, bool added) {
   int32_t err = Find(name, version) != nullptr ? pixmere::kPKErrSuiteExists : 0;
-  if (err == 0) suites_.push_back({name, version, procs});
+  if (err == 0) suites_.push_back({name, version, procs, added});
   events_.push_back({SuiteEvent::kAdd, name, version, err});
   return err;
 }

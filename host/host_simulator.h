@@ -15,12 +15,19 @@
 
 namespace pxhost {
 
-// Loads the module once per process and never unloads it, like the host:
-// the plug-in's globals and its suite publication live for the process.
-// Returns null and sets *error when the module or its entry is missing.
+// Loads the module once per process, like the host: the plug-in's globals and
+// its suite publication live until it is unloaded. Returns null and sets
+// *error when the module or its entry is missing.
 PluginMainProc LoadPlugin(const std::string& path, std::string* error);
-// The module built alongside the running program.
-std::string DefaultPluginPath();
+// The module to load: the requested path when there is one, else $PXHOST_PLUGIN,
+// else qlformat.so beside the running program, else in QL_MODULE_RELDIR
+// relative to it. Empty when none exists; *tried (optional) lists the places
+// looked at.
+std::string FindPlugin(const std::string& requested, std::vector<std::string>* tried);
+// Unloads a module LoadPlugin loaded, as the host does when it lets a plug-in
+// go: the suites plug-ins added leave the registry first, then the module
+// goes. The next LoadPlugin loads it afresh. False when it was not loaded.
+bool UnloadPlugin(const std::string& path);
 
 // Procedures the host can withhold from the plug-in.
 enum class HostProc { Required1, Required2, Required3, Required4, AdvanceState };
@@ -44,7 +51,10 @@ class SuiteRegistry {
 
   int32_t Acquire(const char* name, int32_t version, const void** suite);
   int32_t Release(const char* name, int32_t version);
-  int32_t Add(const char* name, int32_t version, const void* procs);
+  // Registers a table; `added` marks one a plug-in added (dropped at unload).
+  int32_t Add(const char* name, int32_t version, const void* procs, bool added = false);
+  // Drops every suite added through "PK Suites Suite".
+  void DropAddedSuites();
 
  private:
   SuiteRegistry();
@@ -52,6 +62,7 @@ class SuiteRegistry {
     std::string name;
     int32_t version;
     const void* procs;
+    bool added;  // through "PK Suites Suite", so owned by a plug-in
   };
   std::vector<Entry> suites_;
   std::vector<SuiteEvent> events_;

@@ -29,42 +29,6 @@ void AppendToString(png_structp png, png_bytep data, png_size_t size) {
   static_cast<std::string*>(png_get_io_ptr(png))->append(reinterpret_cast<char*>(data), size);
 }
 
-void FlushNothing(png_structp) {}
-
-// To a FILE when bytes is null, else appended to *bytes.
-std::string WritePng(FILE* f, const RgbImage& image, std::string* bytes = nullptr) {
-  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-  png_infop info = png ? png_create_info_struct(png) : nullptr;
-  if (info == nullptr) {
-    png_destroy_write_struct(&png, nullptr);
-    return "out of memory";
-  }
-  if (setjmp(png_jmpbuf(png))) {
-    png_destroy_write_struct(&png, &info);
-    return "PNG encoding failed";
-  }
-  if (bytes != nullptr) {
-    png_set_write_fn(png, bytes, AppendToString, FlushNothing);
-    // Bytes in memory are thumbnails, made on demand while a person waits:
-    // zlib's fastest level and no per-row filter search take the encoding
-    // from a tenth of the embedded path's time to a few per cent, for files
-    // about a third larger.
-    png_set_compression_level(png, 1);
-    png_set_filter(png, 0, PNG_FILTER_NONE);
-  } else {
-    png_init_io(png, f);
-  }
-  png_set_IHDR(png, info, png_uint_32(image.width), png_uint_32(image.height), 8,
-               PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-               PNG_FILTER_TYPE_DEFAULT);
-  png_write_info(png, info);
-  for (int32_t y = 0; y < image.height; ++y)
-    png_write_row(png, image.pixels.data() + size_t(y) * size_t(image.width) * 3);
-  png_write_end(png, nullptr);
-  png_destroy_write_struct(&png, &info);
-  return {};
-}
-
 std::string ReadPng(FILE* f, RgbImage* image) {
   png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
   png_infop info = png ? png_create_info_struct(png) : nullptr;
@@ -132,25 +96,46 @@ std::string ReadPpm(FILE* f, RgbImage* image) {
 
 }  // namespace
 
-std::string WriteImage(const std::string& path, const RgbImage& image) {
-  File f(std::fopen(path.c_str(), "wb"), &std::fclose);
-  if (!f) return path + ": " + std::strerror(errno);
-  std::string err;
-  if (EndsWith(path, ".png")) {
-    err = WritePng(f.get(), image);
-  } else if (EndsWith(path, ".ppm")) {
-    std::fprintf(f.get(), "P6\n%d %d\n255\n", image.width, image.height);
-    std::fwrite(image.pixels.data(), 1, image.pixels.size(), f.get());
-  } else {
-    err = "unknown image format (use .png or .ppm)";
-  }
-  if (std::ferror(f.get()) && err.empty()) err = "write failed";
-  return err.empty() ? err : path + ": " + err;
+bool IsImageName(const std::string& path) {
+  return EndsWith(path, ".png") || EndsWith(path, ".ppm");
 }
 
 std::string EncodePng(const RgbImage& image, std::string* bytes) {
-  bytes->clear();
-  return WritePng(nullptr, image, bytes);
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png ? png_create_info_struct(png) : nullptr;
+  if (info == nullptr) {
+    png_destroy_write_struct(&png, nullptr);
+    return "out of memory";
+  }
+  if (setjmp(png_jmpbuf(png))) {
+    png_destroy_write_struct(&png, &info);
+    return "PNG encoding failed";
+  }
+  png_set_write_fn(png, bytes, &AppendToString, nullptr);
+  // Pictures are made on demand while a person (or a file manager) waits:
+  // zlib's fastest level and no per-row filter search take a thumbnail's
+  // encoding from a tenth of the embedded path's time to a few per cent, for
+  // files about a third larger.
+  png_set_compression_level(png, 1);
+  png_set_filter(png, 0, PNG_FILTER_NONE);
+  png_set_IHDR(png, info, png_uint_32(image.width), png_uint_32(image.height), 8,
+               PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+               PNG_FILTER_TYPE_DEFAULT);
+  png_write_info(png, info);
+  for (int32_t y = 0; y < image.height; ++y)
+    png_write_row(png, image.pixels.data() + size_t(y) * size_t(image.width) * 3);
+  png_write_end(png, nullptr);
+  png_destroy_write_struct(&png, &info);
+  return {};
+}
+
+std::string EncodeImage(const std::string& path, const RgbImage& image, std::string* bytes) {
+  if (EndsWith(path, ".ppm")) {
+    *bytes = "P6\n" + std::to_string(image.width) + " " + std::to_string(image.height) + "\n255\n";
+    bytes->append(image.pixels.begin(), image.pixels.end());
+    return {};
+  }
+  return EncodePng(image, bytes);
 }
 
 std::string ReadImage(const std::string& path, RgbImage* image) {

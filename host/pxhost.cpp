@@ -8,11 +8,13 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "host/atomic_output.h"
 #include "host/colour/colour_engine.h"
 #include "host/host_simulator.h"
 #include "host/image_io.h"
@@ -57,7 +59,8 @@ const char kUsage[] =
     "                              default 10 s and 1024 MiB) or a swatch book's chips\n"
     "\n"
     "options:\n"
-    "  --plugin PATH   the plug-in module (default: the one built alongside pxhost)\n"
+    "  --plugin PATH   the plug-in module (default: $PXHOST_PLUGIN, else qlformat.so\n"
+    "                  beside pxhost, else ../lib/qlformat/ from pxhost's folder)\n"
     "  --help          this text (also after any command)\n"
     "\n"
     "exit codes: 0 success, 1 the plug-in refused a file, 2 usage or I/O error\n";
@@ -128,10 +131,16 @@ int Preview(PluginMainProc entry, const Args& args) {
   if (args.positional.empty()) return Usage("preview: no input file");
   std::string out = args.Value("-o");
   if (out.empty()) return Usage("preview: -o OUT is required");
-  bool toDir = out.back() == '/' || std::filesystem::is_directory(out);
+  bool toDir = out != "-" && (out.back() == '/' || std::filesystem::is_directory(out));
   if (args.positional.size() > 1 && !toDir) return Usage("preview: several files need -o DIR/");
+  std::error_code ec;
+  auto kind = std::filesystem::status(out, ec).type();
+  bool special = kind != std::filesystem::file_type::not_found &&
+                 kind != std::filesystem::file_type::regular && !toDir;
+  // Standard output and devices get PNG whatever their name.
+  if (!toDir && out != "-" && !special && !pxhost::IsImageName(out))
+    return Usage("preview: " + out + ": unknown image format (use .png or .ppm)");
   if (toDir) {
-    std::error_code ec;
     std::filesystem::create_directories(out, ec);
     if (ec) return Usage("preview: cannot create " + out + ": " + ec.message());
   }
@@ -165,13 +174,19 @@ int Preview(PluginMainProc entry, const Args& args) {
         target = base + "-" + std::to_string(n) + ext;
       written.insert(target);
     }
-    std::string err = pxhost::WriteImage(target, image);
+    std::string bytes;
+    std::string err = pxhost::EncodeImage(target, image, &bytes);
+    pxhost::AtomicOutput output;
+    if (err.empty() &&
+        !(output.Open(target, args.positional) && output.Write(bytes) && output.Commit()))
+      err = target + ": " + output.Error();
     if (!err.empty()) {
       std::fprintf(stderr, "pxhost: %s\n", err.c_str());
       status = kExitUsage;
       continue;
     }
-    std::printf("%s: %dx%d -> %s\n", file.c_str(), image.width, image.height, target.c_str());
+    if (target != "-")
+      std::printf("%s: %dx%d -> %s\n", file.c_str(), image.width, image.height, target.c_str());
   }
   return status;
 }
@@ -237,35 +252,6 @@ int Identify(PluginMainProc entry, const Args& args) {
   return status;
 }
 
-// Standard base64 (with or without line breaks) to bytes.
-std::string DecodeBase64(const std::string& text) {
-  std::string out;
-  uint32_t bits = 0;
-  int count = 0;
-  for (char c : text) {
-    int v = c >= 'A' && c <= 'Z'   ? c - 'A'
-            : c >= 'a' && c <= 'z' ? c - 'a' + 26
-            : c >= '0' && c <= '9' ? c - '0' + 52
-            : c == '+'             ? 62
-            : c == '/'             ? 63
-                                   : -1;
-    if (v < 0) continue;  // line breaks and padding
-    bits = (bits << 6) | uint32_t(v);
-    if ((count += 6) >= 8) {
-      count -= 8;
-      out += char((bits >> count) & 0xFF);
-    }
-  }
-  return out;
-}
-
-bool WriteFile(const std::string& path, const std::string& bytes) {
-  FILE* f = std::fopen(path.c_str(), "wb");
-  if (f == nullptr) return false;
-  bool ok = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
-  return std::fclose(f) == 0 && ok;
-}
-
 int Xmp(PluginMainProc entry, const Args& args) {
   if (args.positional.size() != 1) return Usage("xmp: expected one FILE");
   const std::string& file = args.positional[0];
@@ -294,24 +280,34 @@ int Xmp(PluginMainProc entry, const Args& args) {
     return kExitRefused;
   }
   std::string packet = session.HandleBytes(handle);
-  if (args.Has("-o")) {
-    if (!WriteFile(args.Value("-o"), packet)) {
-      std::fprintf(stderr, "pxhost: cannot write %s\n", args.Value("-o").c_str());
-      return kExitUsage;
-    }
-  } else {
-    std::fwrite(packet.data(), 1, packet.size(), stdout);
-  }
+  // Everything is written to temporary files first and renamed only when all
+  // of it was written: a failed run leaves nothing.
+  std::vector<std::unique_ptr<pxhost::AtomicOutput>> outputs;
+  auto write = [&](const std::string& target, const std::string& bytes) {
+    outputs.push_back(std::make_unique<pxhost::AtomicOutput>());
+    pxhost::AtomicOutput& o = *outputs.back();
+    if (o.Open(target, {file}) && o.Write(bytes)) return true;
+    std::fprintf(stderr, "pxhost: %s: %s\n", target.c_str(), o.Error().c_str());
+    return false;
+  };
+  if (!write(args.Has("-o") ? args.Value("-o") : "-", packet)) return kExitUsage;
+  std::vector<std::string> pages;
   if (args.Has("--pages")) {
     std::string dir = args.Value("--pages");
     std::error_code ec;
     std::filesystem::create_directories(dir, ec);
+    if (ec) {
+      std::fprintf(stderr, "pxhost: %s: cannot make the folder: %s\n", dir.c_str(),
+                   ec.message().c_str());
+      return kExitUsage;
+    }
     xmptk::Initialize();
-    {
+    bool ok = true;
+    try {
       xmptk::XMPMeta meta(packet.data(), uint32_t(packet.size()));
       const char* xmpNS = xmptk::NamespaceURI("xmp");
       const char* imgNS = xmptk::NamespaceURI("xmpGImg");
-      for (int32_t n = 1;; ++n) {
+      for (int32_t n = 1; ok; ++n) {
         std::string item, path, image;
         uint32_t opts = 0;
         xmptk::XMPUtils::ComposeArrayItemPath(xmpNS, "PageInfo", n, &item);
@@ -319,16 +315,27 @@ int Xmp(PluginMainProc entry, const Args& args) {
         if (!meta.GetProperty(xmpNS, path.c_str(), &image, &opts)) break;
         std::string target =
             (std::filesystem::path(dir) / ("page-" + std::to_string(n) + ".jpg")).string();
-        if (!WriteFile(target, DecodeBase64(image))) {
-          std::fprintf(stderr, "pxhost: cannot write %s\n", target.c_str());
-          xmptk::Terminate();
-          return kExitUsage;
-        }
-        if (args.Has("-o")) std::printf("%s\n", target.c_str());
+        std::string jpeg;
+        xmptk::XMPUtils::DecodeFromBase64(image.data(), uint32_t(image.size()), &jpeg);
+        ok = write(target, jpeg);
+        pages.push_back(target);
       }
+    } catch (const xmptk::XMPError& e) {
+      std::fprintf(stderr, "pxhost: %s: the packet's page images cannot be read (XMP error %d)\n",
+                   file.c_str(), int(e.GetID()));
+      ok = false;
     }
     xmptk::Terminate();
+    if (!ok) return kExitRefused;
   }
+  for (auto& o : outputs) {
+    if (!o->Commit()) {
+      std::fprintf(stderr, "pxhost: %s: %s\n", o->Target().c_str(), o->Error().c_str());
+      return kExitUsage;
+    }
+  }
+  if (args.Has("-o"))
+    for (const std::string& page : pages) std::printf("%s\n", page.c_str());
   return kExitOk;
 }
 
@@ -457,7 +464,15 @@ int main(int argc, char** argv) {
   if (!ParseArgs(argc, argv, k, it->second.valueOptions, it->second.flagOptions, &args, &error))
     return Usage(command + ": " + error);
   if (args.Has("--plugin")) pluginPath = args.Value("--plugin");
-  if (pluginPath.empty()) pluginPath = pxhost::DefaultPluginPath();
+  std::vector<std::string> tried;
+  pluginPath = pxhost::FindPlugin(pluginPath, &tried);
+  if (pluginPath.empty()) {
+    std::string places;
+    for (const std::string& t : tried) places += (places.empty() ? "" : ", ") + t;
+    std::fprintf(stderr, "pxhost: no plug-in module found (looked at %s); use --plugin PATH\n",
+                 places.c_str());
+    return kExitUsage;
+  }
 
   PluginMainProc entry = pxhost::LoadPlugin(pluginPath, &error);
   if (entry == nullptr) {

@@ -16,6 +16,11 @@ struct ChipRgb {
 // gray, Lab and CMYK go through the host colour engine (binding initialised).
 ChipRgb ChipColour(KeltoSwatchbook::ColorSpace space, const double* values, double tint);
 
+// A colour in display RGB (0 to 1, clamped) through the host colour engine, as
+// the chips of gray, Lab and CMYK swatches get it before their tint; values in
+// the book's units. False when the engine could not convert.
+bool DisplayColour(KeltoSwatchbook::ColorSpace space, const double* values, float out[3]);
+
 // Draws a 31 x 31 chip with its black ring at (x, y), red and blue exchanged
 // on a little-endian machine.
 void DrawChip(unsigned char* raster, int32_t x, int32_t y, ChipRgb colour);

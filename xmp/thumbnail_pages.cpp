@@ -41,9 +41,12 @@ uint8_t ChannelByte(double v) {
   return uint8_t(int64_t(v));
 }
 
-// Converts one colour to display RGB through the host colour engine. The
-// engine's float output is not clipped, so it is clamped here.
-bool ConvertToDisplay(KeltoSwatchbook::ColorSpace space, const double* v, float out[3]) {
+}  // namespace
+
+namespace xmppages {
+
+// The engine's float output is not clipped, so it is clamped here.
+bool DisplayColour(KeltoSwatchbook::ColorSpace space, const double* v, float out[3]) {
   float in[4] = {float(v[0]), float(v[1]), float(v[2]), float(v[3])};
   void* rgbProfile = CTinct::ProfileFromCode(pixmere::FourCC("mRGB"));
   void* srcProfile = nullptr;
@@ -72,10 +75,6 @@ bool ConvertToDisplay(KeltoSwatchbook::ColorSpace space, const double* v, float 
   return ok;
 }
 
-}  // namespace
-
-namespace xmppages {
-
 ChipRgb ChipColour(KeltoSwatchbook::ColorSpace space, const double* v, double tint) {
   double k = 1.0 - tint;
   if (space == KeltoSwatchbook::kColorSpaceRGB) {
@@ -86,7 +85,7 @@ ChipRgb ChipColour(KeltoSwatchbook::ColorSpace space, const double* v, double ti
     return {blend(v[0]), blend(v[1]), blend(v[2])};
   }
   float out[3] = {0, 0, 0};
-  ConvertToDisplay(space, v, out);
+  DisplayColour(space, v, out);
   return {ChannelByte(k * out[0] * 255.0), ChannelByte(k * out[1] * 255.0),
           ChannelByte(k * out[2] * 255.0)};
 }

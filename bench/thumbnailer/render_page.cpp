@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <string>
 
 #include "host/image_io.h"
@@ -19,7 +20,9 @@ int main(int argc, char** argv) {
   std::string error = std::strcmp(argv[1], "pdf") == 0
                           ? pxhost::RenderPdfPage(argv[2], size, &image)
                           : pxhost::RenderPostScriptPage(argv[2], size, &image);
-  if (error.empty()) error = pxhost::WriteImage(argv[3], image);
+  std::string png;
+  if (error.empty()) error = pxhost::EncodePng(image, &png);
+  if (error.empty() && !(std::ofstream(argv[3], std::ios::binary) << png)) error = "cannot write";
   if (!error.empty()) {
     std::fprintf(stderr, "render_page: %s\n", error.c_str());
     return 1;

@@ -106,9 +106,15 @@ std::string RenderPdfPage(const std::string& path, int32_t longest, RgbImage* im
 
 }  // namespace pxhost
 
-extern "C" __attribute__((visibility("default"))) std::string QLRenderFirstPage(
-    int32_t kind, const std::string& path, int32_t longest, pxhost::RgbImage* image) {
-  if (kind == kQLDocumentPDF) return pxhost::RenderPdfPage(path, longest, image);
-  if (kind == kQLDocumentPostScript) return pxhost::RenderPostScriptPage(path, longest, image);
-  return "no renderer for this kind of document";
+extern "C" __attribute__((visibility("default"))) void QLRenderFirstPage(int32_t kind,
+                                                                         const std::string& path,
+                                                                         int32_t longest,
+                                                                         pxhost::RgbImage* image,
+                                                                         std::string* reason) {
+  if (kind == kQLDocumentPDF)
+    *reason = pxhost::RenderPdfPage(path, longest, image);
+  else if (kind == kQLDocumentPostScript)
+    *reason = pxhost::RenderPostScriptPage(path, longest, image);
+  else
+    *reason = "no renderer for this kind of document";
 }

@@ -14,10 +14,12 @@
 
 namespace pxhost {
 
-// The module's one entry, looked up by this name. kind is kQLDocumentPDF or
-// kQLDocumentPostScript; returns "" with *image set, or the reason.
-using RenderFirstPageProc = std::string (*)(int32_t kind, const std::string& path, int32_t longest,
-                                            RgbImage* image);
+// The module's one entry, looked up by this name (so it has C linkage, and
+// with it a C-compatible result: the reason comes back through *reason).
+// kind is kQLDocumentPDF or kQLDocumentPostScript; *reason is "" with *image
+// set, or the reason.
+using RenderFirstPageProc = void (*)(int32_t kind, const std::string& path, int32_t longest,
+                                     RgbImage* image, std::string* reason);
 inline constexpr char kRenderFirstPageName[] = "QLRenderFirstPage";
 inline constexpr char kRenderModuleName[] = "qlformat-render.so";
 

@@ -5,12 +5,13 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstring>
 
 #include "host/host_simulator.h"
+#include "host/swatch_colours.h"
 #include "host/thumbnailer/document_pages.h"
 #include "host/thumbnailer/fit.h"
-#include "host/thumbnailer/swatch_chips.h"
 #include "host/thumbnailer/swatch_grid.h"
 #include "host/thumbnailer/xmp_jpeg.h"
 #include "sdk/selectors.h"
@@ -53,6 +54,13 @@ bool LooksLikeSwatchFile(const std::string& path) {
   return swatch;
 }
 
+// A swatch's colour as printed: a tint is that share of the ink on white.
+ChipColour OnPaper(const DisplaySwatch& swatch) {
+  double share = std::fmin(std::fmax(swatch.tint, 0.0), 100.0) / 100.0;
+  auto channel = [&](uint8_t c) { return uint8_t(std::lround(255.0 - (255.0 - c) * share)); };
+  return {channel(swatch.r), channel(swatch.g), channel(swatch.b)};
+}
+
 // The chips of a swatch book in their display colours, from the packet the
 // plug-in hands over on the XMP selector.
 std::string DrawSwatches(PluginMainProc entry, const std::string& path, int32_t size,
@@ -68,11 +76,14 @@ std::string DrawSwatches(PluginMainProc entry, const std::string& path, int32_t 
     handedOver = handedOver || std::string(field->name) == "xmpHandle";
   if (result != 0 || !handedOver)
     return "damaged swatch file (result " + std::to_string(result) + ")";
+  std::vector<DisplaySwatch> swatches;
+  std::string error;
+  if (!DisplaySwatchesFromPacket(session.HandleBytes(session.Record().xmpHandle), &swatches,
+                                 &error))
+    return "unreadable swatch packet (" + error + ")";
   std::vector<ChipColour> chips;
-  int32_t skipped = 0;
-  std::string error =
-      SwatchChipsFromPacket(session.HandleBytes(session.Record().xmpHandle), &chips, &skipped);
-  if (!error.empty()) return error;
+  for (const DisplaySwatch& swatch : swatches)
+    if (swatch.drawable) chips.push_back(OnPaper(swatch));
   if (chips.empty()) return "no swatch in the book has a colour that can be shown";
   *image = DrawSwatchGrid(chips, size);
   return {};
@@ -114,12 +125,10 @@ std::string RenderModulePath(PluginMainProc entry) {
 }
 
 std::string RenderDocument(PluginMainProc entry, const std::string& path,
-                           const ThumbnailOptions& options, RgbImage* image,
-                           ThumbnailSource* source) {
+                           const ThumbnailOptions& options, RgbImage* image) {
   int32_t kind = ClassifyDocument(path);
   if (kind != kQLDocumentPDF && kind != kQLDocumentPostScript)
     return "no embedded preview and no renderer for this kind of file";
-  *source = kind == kQLDocumentPDF ? ThumbnailSource::kPdf : ThumbnailSource::kPostScript;
   std::string module = RenderModulePath(entry);
   int32_t size = options.size;
   // Loaded in the child only, under its limits.
@@ -128,7 +137,9 @@ std::string RenderDocument(PluginMainProc entry, const std::string& path,
     if (handle == nullptr) return "the renderer module cannot be loaded";
     auto proc = reinterpret_cast<RenderFirstPageProc>(dlsym(handle, kRenderFirstPageName));
     if (proc == nullptr) return "the renderer module has no entry";
-    return proc(kind, path, size, out);
+    std::string reason;
+    proc(kind, path, size, out, &reason);
+    return reason;
   };
   return RunLimited(render, options.limits, size, image);
 }
@@ -142,27 +153,9 @@ std::string ReadXmpJpeg(const std::string& path, RgbImage* image) {
 
 }  // namespace
 
-const char* ThumbnailSourceName(ThumbnailSource source) {
-  switch (source) {
-    case ThumbnailSource::kEmbedded:
-      return "embedded thumbnail";
-    case ThumbnailSource::kXmpJpeg:
-      return "XMP JPEG thumbnail";
-    case ThumbnailSource::kPostScript:
-      return "PostScript page";
-    case ThumbnailSource::kPdf:
-      return "PDF page";
-    case ThumbnailSource::kSwatches:
-      return "swatch chips";
-  }
-  return "";
-}
-
 std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
-                          const ThumbnailOptions& options, RgbImage* image,
-                          ThumbnailSource* source) {
+                          const ThumbnailOptions& options, RgbImage* image) {
   if (LooksLikeSwatchFile(path)) {
-    *source = ThumbnailSource::kSwatches;
     return DrawSwatches(entry, path, options.size, image);
   }
   // A vector document, opened as the host opens one of its type: the code
@@ -179,16 +172,14 @@ std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
   if (!error.empty()) return error;
   RgbImage picture;
   if (method == pixmere::kQLRenderingMethodXMPThumbnail) {
-    *source = ThumbnailSource::kXmpJpeg;
     error = ReadXmpJpeg(path, &picture);
   } else if (method == pixmere::kQLRenderingMethodEmbeddedThumbnail) {
     bool found = false;
-    *source = ThumbnailSource::kEmbedded;
     error = ReadEmbedded(session, &picture, &found);
     // Without an embedded thumbnail the document itself is drawn.
-    if (error.empty() && !found) error = RenderDocument(entry, path, options, &picture, source);
+    if (error.empty() && !found) error = RenderDocument(entry, path, options, &picture);
   } else {
-    error = RenderDocument(entry, path, options, &picture, source);
+    error = RenderDocument(entry, path, options, &picture);
   }
   if (!error.empty()) return error;
   *image = FitImage(picture, options.size);

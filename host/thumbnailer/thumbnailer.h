@@ -12,20 +12,16 @@
 
 namespace pxhost {
 
-enum class ThumbnailSource { kEmbedded, kXmpJpeg, kPostScript, kPdf, kSwatches };
-const char* ThumbnailSourceName(ThumbnailSource source);
-
 struct ThumbnailOptions {
   int32_t size = 256;  // longest side of the result
   RenderLimits limits;
 };
 
-// "" with *image (longest side at most options.size, never enlarged) and
-// *source set, or the reason, written for a person ("no embedded preview and
+// "" with *image set (longest side at most options.size, never enlarged), or
+// the reason, written for a person ("no embedded preview and
 // no renderer for this kind of file", "renderer ran over its 10 s time
 // limit", ...). The plug-in must be loaded (LoadPlugin).
 std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
-                          const ThumbnailOptions& options, RgbImage* image,
-                          ThumbnailSource* source);
+                          const ThumbnailOptions& options, RgbImage* image);
 
 }  // namespace pxhost

@@ -32,37 +32,6 @@ void OnJpegError(j_common_ptr info) {
 
 void IgnoreJpegMessage(j_common_ptr) {}
 
-// Standard base64; line breaks and other white space between groups are
-// skipped, anything else is refused.
-bool DecodeBase64(const std::string& text, std::string* out) {
-  uint32_t bits = 0;
-  int count = 0;
-  bool padding = false;
-  for (char c : text) {
-    int v = c >= 'A' && c <= 'Z'   ? c - 'A'
-            : c >= 'a' && c <= 'z' ? c - 'a' + 26
-            : c >= '0' && c <= '9' ? c - '0' + 52
-            : c == '+'             ? 62
-            : c == '/'             ? 63
-                                   : -1;
-    if (c == '=') {
-      padding = true;
-      continue;
-    }
-    if (v < 0) {
-      if (c == '\n' || c == '\r' || c == ' ' || c == '\t') continue;
-      return false;
-    }
-    if (padding) return false;  // data after the padding
-    bits = (bits << 6) | uint32_t(v);
-    if ((count += 6) >= 8) {
-      count -= 8;
-      *out += char((bits >> count) & 0xFF);
-    }
-  }
-  return true;
-}
-
 }  // namespace
 
 std::string DecodeJpeg(const std::string& bytes, RgbImage* image) {
@@ -120,7 +89,11 @@ std::string ReadXmpJpegThumbnail(const std::string& path, RgbImage* image) {
     return std::string("XMP metadata unreadable (") + e.what() + ")";
   }
   std::string jpeg;
-  if (!DecodeBase64(encoded, &jpeg)) return "damaged JPEG thumbnail (bad base64)";
+  try {
+    xmptk::XMPUtils::DecodeFromBase64(encoded.data(), uint32_t(encoded.size()), &jpeg);
+  } catch (const xmptk::XMPError&) {
+    return "damaged JPEG thumbnail (bad base64)";
+  }
   return DecodeJpeg(jpeg, image);
 }
 

@@ -1,7 +1,10 @@
 // pxhost as a user runs it: commands, messages and exit codes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <tuple>
@@ -102,6 +105,95 @@ TEST(Pxhost, MethodNamesEachFile) {
   Outcome missing = Pxhost("method " + a.path() + " /nonexistent.ps");
   EXPECT_EQ(missing.status, 1);
   EXPECT_NE(missing.out.find("/nonexistent.ps: KXEC"), std::string::npos);
+}
+
+namespace fs = std::filesystem;
+
+std::string Slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// The names in a folder, sorted.
+std::vector<std::string> Listing(const fs::path& dir) {
+  std::vector<std::string> names;
+  for (const auto& e : fs::directory_iterator(dir)) names.push_back(e.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// Outputs appear whole or not at all, never over an input, and a device
+// stays a device.
+TEST(Pxhost, OutputsAreAtomic) {
+  qltest::DiskFile file("page.ps", ql7::VectorFile(Image(5, 3), {}));
+  fs::path dir = fs::path(file.path()).parent_path();
+  std::string original = Slurp(file.path());
+
+  Outcome r = Pxhost("preview " + file.path() + " -o " + file.path());
+  EXPECT_EQ(r.status, 2) << r.out;
+  EXPECT_EQ(Slurp(file.path()), original);
+  r = Pxhost("preview " + file.path() + " -o " + (dir / "page.txt").string());
+  EXPECT_EQ(r.status, 2) << r.out;
+  qltest::DiskFile plain("plain.ps", "%!PS-Adobe-3.0\nshowpage\n");
+  r = Pxhost("preview " + plain.path() + " -o " + (dir / "plain.png").string());
+  EXPECT_EQ(r.status, 1) << r.out;
+  EXPECT_EQ(Listing(dir), std::vector<std::string>{"page.ps"});
+
+  fs::create_symlink("/dev/full", dir / "full.png");
+  r = Pxhost("preview " + file.path() + " -o " + (dir / "full.png").string());
+  EXPECT_EQ(r.status, 2) << r.out;
+  EXPECT_NE(r.out.find("full.png: no space left on device"), std::string::npos) << r.out;
+  EXPECT_TRUE(fs::is_symlink(dir / "full.png"));
+  EXPECT_TRUE(fs::is_character_file("/dev/full"));
+  EXPECT_EQ(Pxhost("preview " + file.path() + " -o /dev/null").status, 0);
+  EXPECT_TRUE(fs::is_character_file("/dev/null"));
+
+  r = Pxhost("preview " + file.path() + " -o - 2>/dev/null");
+  ASSERT_EQ(r.status, 0);
+  EXPECT_EQ(r.out.substr(0, 4), "\x89PNG");
+
+  // The pages folder cannot be made: the packet is not left behind either.
+  std::string swatches = std::string(QL_SOURCE_DIR) + "/samples/swatches/basic.sxf";
+  std::string packet = (dir / "packet.xmp").string();
+  r = Pxhost("xmp " + swatches + " -o " + packet + " --pages " + file.path() + "/pages");
+  EXPECT_EQ(r.status, 2) << r.out;
+  EXPECT_FALSE(fs::exists(packet));
+  r = Pxhost("xmp " + swatches + " -o " + packet + " --pages " + (dir / "pages").string());
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_TRUE(fs::exists(packet));
+  EXPECT_TRUE(fs::exists(dir / "pages/page-1.jpg"));
+}
+
+// An installed copy finds the module relative to itself, in the prefix's
+// module folder, and a moved prefix still works; the environment and --plugin
+// override it.
+TEST(Pxhost, FindsTheModuleRelativeToItself) {
+  qltest::DiskFile anchor("anchor", "");
+  fs::path prefix = fs::path(anchor.path()).parent_path() / "prefix";
+  fs::create_directories(prefix / "bin");
+  fs::create_directories(prefix / "lib/qlformat");
+  fs::copy_file(QL_PXHOST, prefix / "bin/pxhost");
+  std::string swatches = std::string(QL_SOURCE_DIR) + "/samples/swatches/basic.sxf";
+  std::string unset = "env -u PXHOST_PLUGIN ";
+  Outcome none = qltest::Shell(unset + (prefix / "bin/pxhost").string() + " identify " + swatches);
+  EXPECT_EQ(none.status, 2);
+  EXPECT_NE(none.out.find("no plug-in module found"), std::string::npos) << none.out;
+
+  fs::copy_file(QL_MODULE, prefix / "lib/qlformat/qlformat.so");
+  fs::path moved = prefix.parent_path() / "moved";
+  fs::rename(prefix, moved);
+  Outcome r = qltest::Shell(unset + (moved / "bin/pxhost").string() + " identify " + swatches);
+  EXPECT_EQ(r.status, 0) << r.out;
+
+  fs::path broken = moved / "broken.so";
+  { std::ofstream(broken) << "not a module"; }
+  for (std::string how :
+       {"PXHOST_PLUGIN=" + broken.string() + " " + (moved / "bin/pxhost").string(),
+        (moved / "bin/pxhost").string() + " --plugin " + broken.string()}) {
+    Outcome o = qltest::Shell(how + " identify " + swatches);
+    EXPECT_EQ(o.status, 2) << how;
+    EXPECT_NE(o.out.find("broken.so"), std::string::npos) << o.out;
+  }
 }
 
 }  // namespace

@@ -1,0 +1,53 @@
+// An output file that appears whole or not at all. Bytes go to a temporary
+// file in the target's folder and a successful Commit renames it over the
+// target; Abandon (or destruction without Commit) removes it. "-" is standard
+// output. An existing target that is not a regular file (a device such as
+// /dev/null or /dev/full, a pipe) is written in place: renaming over it would
+// swap a device node for a file. A target that names one of the inputs is
+// refused before anything is opened. Every write is checked; the first error
+// sticks and is what Error() reports.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace pxhost {
+
+class AtomicOutput {
+ public:
+  AtomicOutput() = default;
+  ~AtomicOutput();
+  AtomicOutput(const AtomicOutput&) = delete;
+  AtomicOutput& operator=(const AtomicOutput&) = delete;
+
+  // False with Error() set when the target cannot be written or is an input.
+  bool Open(const std::string& target, const std::vector<std::string>& inputs);
+  // False once any write failed.
+  bool Write(std::string_view bytes);
+  // Flushes, closes and renames into place; false with Error() set on failure,
+  // in which case nothing is left at the target (unless written in place).
+  bool Commit();
+  void Abandon();
+
+  const std::string& Target() const { return target_; }
+  const std::string& Error() const { return error_; }
+
+ private:
+  bool Flush();
+  bool Fail(const std::string& reason);
+
+  std::string target_;
+  std::string temp_;  // empty when writing in place
+  int fd_ = -1;
+  bool ownsFd_ = false;
+  std::string buffer_;
+  std::string error_;
+};
+
+// A lower-case reason a person can act on for an errno value ("no such file",
+// "permission denied", "no space left on device", ...).
+std::string SystemReason(int err);
+
+}  // namespace pxhost
