@@ -84,10 +84,11 @@ bool AtomicOutput::Open(const std::string& target, const std::vector<std::string
                             in.st_ino == out.st_ino))
       return Fail("is also an input; refusing to write over it");
   }
-  if (exists && !S_ISREG(out.st_mode)) {
+  if (exists && (!S_ISREG(out.st_mode) || out.st_size == 0)) {
     fd_ = ::open(target.c_str(), O_WRONLY | O_CLOEXEC);
     if (fd_ < 0) return Fail(SystemReason(errno));
     ownsFd_ = true;
+    emptyFile_ = S_ISREG(out.st_mode);
     return true;
   }
   std::filesystem::path path(target);
@@ -131,10 +132,20 @@ bool AtomicOutput::Flush() {
 bool AtomicOutput::Commit() {
   if (fd_ < 0) return Fail("not open");
   bool ok = error_.empty() && Flush();
-  if (ownsFd_) {
-    if (::close(fd_) != 0) ok = Fail(SystemReason(errno));
-    ownsFd_ = false;
+  if (!ok) {
+    Abandon();
+    return false;
   }
+  if (ownsFd_) {
+    int closed = ::close(fd_);
+    ownsFd_ = false;
+    if (closed != 0) {
+      ok = Fail(SystemReason(errno));
+      // The descriptor is gone; an empty file written in place is emptied by name.
+      if (emptyFile_ && ::truncate(target_.c_str(), 0) != 0) error_ = SystemReason(errno);
+    }
+  }
+  emptyFile_ = false;
   fd_ = -1;
   if (ok && !temp_.empty()) {
     if (::rename(temp_.c_str(), target_.c_str()) != 0) ok = Fail(SystemReason(errno));
@@ -148,6 +159,9 @@ bool AtomicOutput::Commit() {
 }
 
 void AtomicOutput::Abandon() {
+  // Whatever reached an empty file written in place is taken back out.
+  if (emptyFile_ && fd_ >= 0 && ::ftruncate(fd_, 0) != 0) error_ = SystemReason(errno);
+  emptyFile_ = false;
   if (ownsFd_ && fd_ >= 0) ::close(fd_);
   ownsFd_ = false;
   fd_ = -1;

@@ -3,7 +3,11 @@
 // target; Abandon (or destruction without Commit) removes it. "-" is standard
 // output. An existing target that is not a regular file (a device such as
 // /dev/null or /dev/full, a pipe) is written in place: renaming over it would
-// swap a device node for a file. A target that names one of the inputs is
+// swap a device node for a file. An existing empty regular file is filled in
+// place too: it has nothing to lose, and whoever made it may be holding it open
+// to read the result (a desktop thumbnailer service hands its thumbnailer a
+// file it created and reads it back through the descriptor it kept); if the
+// run fails it is left empty again. A target that names one of the inputs is
 // refused before anything is opened. Every write is checked; the first error
 // sticks and is what Error() reports.
 #pragma once
@@ -39,7 +43,8 @@ class AtomicOutput {
   bool Fail(const std::string& reason);
 
   std::string target_;
-  std::string temp_;  // empty when writing in place
+  std::string temp_;      // empty when writing in place
+  bool emptyFile_ = false;  // an empty regular file written in place
   int fd_ = -1;
   bool ownsFd_ = false;
   std::string buffer_;

@@ -1,6 +1,6 @@
 """The package on a real desktop stack: installed with apt, thumbnails asked of
 GNOME's thumbnail factory (which runs the thumbnailer in its bubblewrap
-sandbox) and, on request, of Tumbler over a private session bus, the MIME
+sandbox) and of Tumbler over a private session bus, the MIME
 type checked through Gio, and the package purged again, also when a check fails."""
 
 import argparse
@@ -172,13 +172,20 @@ def check_pdf_entry(pdf):
 
 def check_tumbler(files, work):
     """Tumbler, started by D-Bus activation on a private session bus, asked
-    for normal thumbnails; they land in $XDG_CACHE_HOME/thumbnails/normal."""
+    for normal thumbnails; they land in $XDG_CACHE_HOME/thumbnails/normal and
+    must show what the factory's do. Tumbler hands the thumbnailer an output
+    file it created and reads the picture back through its own descriptor."""
+    import gi
+
+    gi.require_version("GdkPixbuf", "2.0")
+    from gi.repository import GdkPixbuf
+
     cache = work / "cache"
     env = dict(os.environ, XDG_CACHE_HOME=str(cache))
     script = Path(__file__).with_name("tumbler_queue.py")
-    uris = [p.as_uri() for p in files if p.name not in REFUSED]
+    asked = [p for p in files if p.name not in REFUSED]
     proc = subprocess.run(
-        ["dbus-run-session", "--", "/usr/bin/python3", str(script), *uris],
+        ["dbus-run-session", "--", "/usr/bin/python3", str(script), *[p.as_uri() for p in asked]],
         env=env,
         text=True,
         capture_output=True,
@@ -187,12 +194,21 @@ def check_tumbler(files, work):
     for line in proc.stdout.splitlines():
         print("      tumbler: " + line)
     check(proc.returncode == 0, "tumbler finished the request" + ("" if proc.returncode == 0 else f": {proc.stderr[-300:]}"))
-    for uri in uris:
-        digest = hashlib.md5(uri.encode()).hexdigest()
-        thumb = cache / "thumbnails/normal" / f"{digest}.png"
-        check(thumb.exists(), f"tumbler thumbnail of {uri.rsplit('/', 1)[-1]}")
-        if thumb.exists():
-            shutil.copyfile(thumb, work / f"tumbler-{uri.rsplit('/', 1)[-1]}.png")
+    size = SIZES["normal"]
+    for path in asked:
+        what = f"tumbler {path.name}"
+        thumb = cache / "thumbnails/normal" / f"{hashlib.md5(path.as_uri().encode()).hexdigest()}.png"
+        ref = reference(path, size, work, GdkPixbuf)
+        if not thumb.exists() or ref is None:
+            check(False, f"{what}: no thumbnail" if ref is not None else f"{what}: pxhost refuses it")
+            continue
+        shutil.copyfile(thumb, work / f"tumbler-{path.name}.png")
+        pixbuf = GdkPixbuf.Pixbuf.new_from_file(str(thumb))
+        got = (pixbuf.get_width(), pixbuf.get_height())
+        want = fitted(ref.get_width(), ref.get_height(), size)
+        check(got in want, f"{what}: size {got}, expected one of {sorted(want)}")
+        if got == (ref.get_width(), ref.get_height()):
+            check(rgb_rows(pixbuf) == rgb_rows(ref), f"{what}: pixels equal the plug-in's image")
 
 
 def main():
@@ -201,11 +217,6 @@ def main():
     parser.add_argument("--deb", type=Path, required=True)
     parser.add_argument("--pdf", action="store_true", help="the package was built with QL_THUMBNAIL_PDF")
     parser.add_argument("--keep", help="copy the thumbnails made into this folder")
-    # Tumbler 4.18 reads the thumbnail through the output file it created
-    # before running the command; pxhost writes a new file and renames it over
-    # that name, so Tumbler reads its own empty file. Off until pxhost writes
-    # into an output file the caller created.
-    parser.add_argument("--tumbler", action="store_true", help="also ask Tumbler")
     args = parser.parse_args()
 
     if installed("qlformat"):
@@ -225,8 +236,7 @@ def main():
         check_mime(args.root, work)
         check_pdf_entry(args.pdf)
         check_factory(files, work)
-        if args.tumbler:
-            check_tumbler(files, work)
+        check_tumbler(files, work)
         if args.keep:
             shutil.copytree(work, args.keep, dirs_exist_ok=True)
     finally:

@@ -16,18 +16,24 @@ using KB = KeltoSwatchbook;
 // the two encodings.
 std::vector<double> Translate(int32_t space, int32_t from, const std::vector<double>& in,
                               int32_t to) {
-  // Room for four components of any encoding; the bound is kept in the loops
-  // so the compiler sees every copy stay inside the buffers.
+  // Components packed one after another in their encoding's width, in room
+  // for four components of the widest encoding.
   constexpr size_t kMaxComponents = 4;
-  unsigned char source[8 * kMaxComponents] = {}, result[8 * kMaxComponents] = {};
+  std::vector<unsigned char> packed;
   EXPECT_LE(in.size(), kMaxComponents);
   const size_t n = std::min(in.size(), kMaxComponents);
   for (size_t i = 0; i < n; ++i) {
+    unsigned char bytes[8] = {};
+    size_t width = from == KB::kEncoding8Bit ? 1 : from == KB::kEncoding16Bit ? 2 : 8;
     uint16_t word = uint16_t(in[i]);
-    if (from == KB::kEncoding8Bit) source[i] = uint8_t(in[i]);
-    if (from == KB::kEncoding16Bit) std::memcpy(source + 2 * i, &word, 2);
-    if (from == KB::kEncodingDouble) std::memcpy(source + 8 * i, &in[i], 8);
+    if (from == KB::kEncoding8Bit) bytes[0] = uint8_t(in[i]);
+    if (from == KB::kEncoding16Bit) std::memcpy(bytes, &word, 2);
+    if (from == KB::kEncodingDouble) std::memcpy(bytes, &in[i], 8);
+    packed.insert(packed.end(), bytes, bytes + width);
   }
+  packed.resize(8 * kMaxComponents);
+  std::vector<unsigned char> results(8 * kMaxComponents);
+  unsigned char *source = packed.data(), *result = results.data();
   EXPECT_EQ(KB::TranslateEncoding(space, from, source, to, result), 1);
   std::vector<double> out(n);
   for (size_t i = 0; i < n; ++i) {

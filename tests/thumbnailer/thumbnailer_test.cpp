@@ -280,6 +280,25 @@ TEST(ThumbnailFailure, OneLineNamingTheFileAndNothingAtOut) {
   EXPECT_EQ(left, std::vector<std::string>{good.path()});
 }
 
+// A thumbnailer service that creates OUT itself and reads the picture back
+// through the descriptor it kept gets the PNG in that same file; a failing run
+// leaves the file it made empty.
+TEST(ThumbnailService, EmptyOutputItMadeIsFilledInPlace) {
+  qltest::DiskFile good("page.ps", EmbeddedPs(Pattern(6, 4)));
+  qltest::DiskFile bad("notes.ps", std::string(600, 'x'));
+  for (const qltest::DiskFile* in : {&good, &bad}) {
+    std::string out = in->path() + ".thumb";
+    std::fstream held(out, std::ios::binary | std::ios::trunc | std::ios::out | std::ios::in);
+    ASSERT_TRUE(held.is_open());
+    Outcome run = Thumbnail(in->path() + " " + out);
+    std::string seen((std::istreambuf_iterator<char>(held)), {});
+    EXPECT_EQ(run.status, in == &good ? 0 : 1) << run.out;
+    EXPECT_EQ(seen.substr(0, 4), in == &good ? "\x89PNG" : "") << in->path();
+    EXPECT_EQ(fs::file_size(out), seen.size());
+    fs::remove(out);
+  }
+}
+
 TEST(ThumbnailFailure, RendererThatNeverEndsIsKilledAtTheTimeLimit) {
   qltest::DiskFile loop("loop.ps", PlainPs("{} loop"));
   auto start = std::chrono::steady_clock::now();
