@@ -5,7 +5,7 @@
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 
-.PHONY: all bootstrap build demo test release-check bench fuzz format clean package integration
+.PHONY: all bootstrap build demo test release-check bench soak fuzz format clean package integration
 
 all: build
 
@@ -50,6 +50,14 @@ bench: bootstrap
 	@cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DQL_TESTS=OFF -DQL_BENCH=ON >/dev/null
 	@cmake --build build/bench -j $(JOBS)
 	@scripts/bench build/bench
+
+# One process, the module loaded once, 100 000 mixed requests: memory and
+# descriptors must stay flat and every answer match a fresh process's.
+SOAK_REQUESTS ?= 100000
+soak: bootstrap
+	@cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DQL_TESTS=OFF -DQL_BENCH=ON >/dev/null
+	@cmake --build build/bench -j $(JOBS) --target soak
+	@build/bench/bench/soak/soak --requests $(SOAK_REQUESTS) samples
 
 fuzz: bootstrap
 	@CC=clang CXX=clang++ cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \

@@ -48,6 +48,8 @@ class SuiteRegistry {
   const pixmere::PKBasicSuite* Basic() const;
   const void* Find(const std::string& name, int32_t version) const;
   const std::vector<SuiteEvent>& Events() const { return events_; }
+  // Forgets the events so far: a long-running host keeps no growing log.
+  void ClearEvents() { events_.clear(); }
 
   int32_t Acquire(const char* name, int32_t version, const void** suite);
   int32_t Release(const char* name, int32_t version);
