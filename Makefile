@@ -5,7 +5,7 @@
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 
-.PHONY: all bootstrap build demo test release-check bench soak fuzz format clean package integration
+.PHONY: all bootstrap build demo test release-check coverage bench soak fuzz format clean package integration
 
 all: build
 
@@ -32,6 +32,13 @@ test: bootstrap
 release-check: bootstrap
 	@cmake -S . -B build/release-check -G Ninja -DCMAKE_BUILD_TYPE=Release -DQL_TESTS=ON >/dev/null
 	@cmake --build build/release-check -j $(JOBS)
+
+# Line and branch coverage of the tests and the fuzz corpora, per folder;
+# HTML under out/coverage/.
+coverage: bootstrap
+	@cmake -S . -B build/coverage -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQL_COVERAGE=ON >/dev/null
+	@cmake --build build/coverage -j $(JOBS)
+	@scripts/coverage build/coverage
 
 # The Debian package: release build, installed under /usr.
 package: bootstrap

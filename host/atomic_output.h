@@ -43,7 +43,7 @@ class AtomicOutput {
   bool Fail(const std::string& reason);
 
   std::string target_;
-  std::string temp_;      // empty when writing in place
+  std::string temp_;        // empty when writing in place
   bool emptyFile_ = false;  // an empty regular file written in place
   int fd_ = -1;
   bool ownsFd_ = false;

@@ -25,8 +25,8 @@
 
 #include "host/host_simulator.h"
 #include "sdk/format_record.h"
-#include "sdk/suites.h"
 #include "sdk/selectors.h"
+#include "sdk/suites.h"
 
 namespace {
 
@@ -73,8 +73,9 @@ std::string Ask(PluginMainProc entry, Op op, const std::string& file) {
                          &procs) != 0)
       return "no suite";
     int32_t method = 0;
-    int32_t err = static_cast<const pixmere::QLRenderingMethodSuite*>(procs)
-                      ->GetQLRenderingMethodForFile(file.c_str(), &method);
+    int32_t err =
+        static_cast<const pixmere::QLRenderingMethodSuite*>(procs)->GetQLRenderingMethodForFile(
+            file.c_str(), &method);
     registry.Release(pixmere::kQLRenderingMethodSuite, pixmere::kQLRenderingMethodSuiteVersion);
     return Answer(err, uint64_t(method));
   }
@@ -87,7 +88,8 @@ std::string Ask(PluginMainProc entry, Op op, const std::string& file) {
     if (result == 0) result = session.Call(pixmere::kSelectorReadContinue);
     uint64_t h = 0;
     for (const pxhost::AdvanceCall& call : session.AdvanceCalls())
-      h = Hash(call.pixels.data(), call.pixels.size(), h ^ uint64_t(call.right) << 16 ^ call.bottom);
+      h = Hash(call.pixels.data(), call.pixels.size(),
+               h ^ uint64_t(call.right) << 16 ^ call.bottom);
     session.Call(kSelectorReadFinish);
     return Answer(result, h);
   }
@@ -166,8 +168,9 @@ std::vector<std::string> Corpus(const fs::path& samples, const fs::path& work) {
   std::string noise(70000, '\0');
   for (char& c : noise) c = char(random());
   Spit(work / "noise.pdf", noise);
-  Spit(work / "huge.ps", "%!PS-Adobe-3.0\n%QL7_Thumbnail: 30000 30000 24\n%%BeginData: 99999999 Hex Bytes\n" +
-                             std::string(5000, 'F') + "\n");
+  Spit(work / "huge.ps",
+       "%!PS-Adobe-3.0\n%QL7_Thumbnail: 30000 30000 24\n%%BeginData: 99999999 Hex Bytes\n" +
+           std::string(5000, 'F') + "\n");
   for (const char* name : {"empty.ps", "folder.sxf", "noise.pdf", "huge.ps"})
     files.push_back((work / name).string());
   return files;
@@ -210,8 +213,9 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: soak [--requests N>=1000] [--keep DIR] SAMPLES_DIR\n");
     return 2;
   }
-  fs::path work = keep.empty() ? fs::temp_directory_path() / ("qlformat-soak-" + std::to_string(getpid()))
-                               : fs::path(keep);
+  fs::path work = keep.empty()
+                      ? fs::temp_directory_path() / ("qlformat-soak-" + std::to_string(getpid()))
+                      : fs::path(keep);
   fs::create_directories(work);
   std::vector<std::string> files = Corpus(samples, work);
 

@@ -1,0 +1,7 @@
+# Line and branch coverage with GCC's instrumentation (gcovr reads it). The
+# module, the host and the tests are all instrumented; every process, including
+# the ones tests start and the module they load, adds its counts on exit.
+if(QL_COVERAGE)
+  add_compile_options(--coverage -O0 -g)
+  add_link_options(--coverage)
+endif()
