@@ -77,6 +77,23 @@ TEST(KeltoSwatchbookHeapTest, StaleCapacityAfterShrinking) {
   EXPECT_EQ(std::string(heap.GetData(0), 10), "abcdefghij");
 }
 
+// Replacing the contents: into no block yet, within the capacity, past it,
+// within a stale capacity after shrinking, and emptied by a null source.
+TEST(KeltoSwatchbookHeapTest, SetHeapReplacesTheContents) {
+  KeltoSwatchbookHeap heap(1, 8, 8);
+  heap.SetHeap("abcd", 4);
+  EXPECT_EQ(std::string(heap.GetData(0), heap.GetSize()), "abcd");
+  heap.SetHeap("0123456789ABCDEF", 16);  // past the capacity: the block grows
+  EXPECT_EQ(std::string(heap.GetData(0), heap.GetSize()), "0123456789ABCDEF");
+  heap.SetHeap("xy", 2);
+  heap.RemoveExtraStorage();
+  heap.SetHeap("klmnopq", 7);  // within the stale capacity, past the shrunk block
+  EXPECT_EQ(std::string(heap.GetData(0), heap.GetSize()), "klmnopq");
+  heap.SetHeap(nullptr, 0);
+  EXPECT_EQ(heap.GetSize(), 0);
+  EXPECT_EQ(heap.GetData(0), nullptr);
+}
+
 TEST(KeltoSwatchbookHeapTest, InflateFromStream) {
   KeltoSwatchbookHeap exact(1, 65536, 65536);
   PatternStream full(65536);

@@ -110,6 +110,42 @@ TEST(FormatTable, RowsIDsAndStrings) {
   EXPECT_EQ(book.GetFormatColorSpaceString(0, 1).GetLength(), 0);  // Gray has no default
   book.SetFormatColorSpaceString(2, XMLString("CIELAB D50"));
   EXPECT_TRUE(book.GetFormatColorSpaceString(2, 1) == XMLString("CIELAB D50"));
+  EXPECT_TRUE(book.GetFormatColorSpaceString(3, 1) == XMLString("CMYK"));
+  EXPECT_EQ(book.SetFormatColorSpace(row, KB::kColorSpaceXYZ), 1);
+  EXPECT_TRUE(book.GetFormatColorSpaceString(row, 1) == XMLString("XYZ"));
+
+  // Conditions are strings of the book's heap: compaction keeps them, bad
+  // rows neither take nor give one.
+  EXPECT_EQ(book.SetFormatCondition(3, XMLString("coated")), 1);
+  EXPECT_EQ(book.SetFormatCondition(9, XMLString("x")), 0);
+  book.SetFormatID(1, XMLString("web"));  // leaves "screen" unused
+  book.Compact();
+  EXPECT_TRUE(book.GetFormatCondition(3) == XMLString("coated"));
+  EXPECT_TRUE(book.GetFormatID(1, 0) == XMLString("web"));
+  EXPECT_TRUE(book.GetFormatColorSpaceString(2, 1) == XMLString("CIELAB D50"));
+  EXPECT_EQ(book.GetFormatCondition(9).GetLength(), 0);
+  EXPECT_EQ(book.GetFormatColorSpace(-1), 0);
+  EXPECT_EQ(book.GetFormatEncoding(9), 0);
+}
+
+// Values given as bytes or 16-bit words are translated into the format's
+// encoding before they are stored.
+TEST(FormatTable, TypedValuesAreTranslatedToTheFormatsEncoding) {
+  VantorSwatchBook book;
+  int32_t s = book.AddSwatch(-1);
+  const unsigned char rgb8[3] = {255, 0, 51};
+  ASSERT_EQ(book.AddColorValues(s, 1, rgb8), 1);
+  double rgb[3] = {-1, -1, -1};
+  ASSERT_EQ(book.GetColorValues(s, 1, rgb), 1);
+  EXPECT_EQ(rgb[0], 1.0);
+  EXPECT_EQ(rgb[1], 0.0);
+  EXPECT_NEAR(rgb[2], 0.2, 1e-6);  // stored at single precision
+  const uint16_t grey16[1] = {32768};
+  int32_t t = book.AddSwatch(-1);
+  ASSERT_EQ(book.AddColorValues(t, 0, grey16), 1);
+  double grey = -1;
+  ASSERT_EQ(book.GetColorValues(t, 0, &grey), 1);
+  EXPECT_NEAR(grey, 0.5, 1e-4);
 }
 
 TEST(BestFormat, RanksSpacesThenEncodings) {
@@ -227,6 +263,26 @@ TEST(VantorStore, SwatchFields) {
   int32_t formats[4];
   EXPECT_EQ(book.GetSwatchFormats(42, formats), 4);
   EXPECT_EQ(formats[2], 2);
+
+  // Book-level fields this store does not keep: setters change nothing and
+  // getters answer -1 or an empty string.
+  book.SetVersion(3);
+  book.SetColorsPerPage(6);
+  book.SetKeyColor(1);
+  book.SetBookID(77);
+  for (int32_t value :
+       {book.GetVersion(), book.GetColorsPerPage(), book.GetKeyColor(), book.GetBookID()})
+    EXPECT_EQ(value, -1);
+  book.SetTitle(XMLString("t"));
+  book.SetCopyright(XMLString("c"));
+  book.SetPrefix(XMLString("p"));
+  book.SetPostfix(XMLString("q"));
+  for (const XMLString& text : {book.GetTitle(), book.GetCopyright(), book.GetPrefix(),
+                                book.GetPostfix(), book.GetSwatchCode(s)})
+    EXPECT_EQ(text.GetLength(), 0);
+  EXPECT_EQ(book.SetSwatchCode(s, XMLString("code")), 1);
+  book.Compact();
+  EXPECT_TRUE(book.GetSwatchName(s, 0) == XMLString("Sky"));
 }
 
 TEST(VantorStore, ColourValues) {
