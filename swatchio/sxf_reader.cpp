@@ -57,9 +57,48 @@ uint32_t Get32(const char* p) {
   return uint32_t(b[0]) << 24 | uint32_t(b[1]) << 16 | uint32_t(b[2]) << 8 | uint32_t(b[3]);
 }
 
-float GetFloat(const char* p) {
-  return std::bit_cast<float>(Get32(p));
-}
+// The loaded file, read front to back. Every take checks the bytes left
+// before it reads any (`n > end - cur`, which cannot overflow), so no read
+// leaves the file; a failed take moves nothing.
+class Cursor {
+ public:
+  Cursor(char* begin, char* end) : cur_(begin), end_(end) {}
+
+  bool Take16(uint16_t* v) {
+    if (2 > end_ - cur_) return false;
+    *v = Get16(cur_);
+    cur_ += 2;
+    return true;
+  }
+  bool Take32(uint32_t* v) {
+    if (4 > end_ - cur_) return false;
+    *v = Get32(cur_);
+    cur_ += 4;
+    return true;
+  }
+  // IEEE single, big-endian like every number in the file.
+  bool TakeFloat(float* v) {
+    uint32_t bits = 0;
+    if (!Take32(&bits)) return false;
+    *v = std::bit_cast<float>(bits);
+    return true;
+  }
+  bool TakeString(XMLString& out, uint32_t keepWhole) {
+    return ReadUTF16(cur_, end_, out, keepWhole) != 0;
+  }
+  // Whether `count` values of `size` bytes are left.
+  bool Holds(int64_t count, int64_t size) const { return count <= (end_ - cur_) / size; }
+  // Steps over `length` bytes.
+  bool Skip(uint32_t length) {
+    if (length > uint64_t(end_ - cur_)) return false;
+    cur_ += length;
+    return true;
+  }
+
+ private:
+  char* cur_;
+  char* end_;
+};
 
 // v limited to [lo, hi]; NaN becomes lo.
 double Clamp(double v, double lo, double hi) {
@@ -74,21 +113,16 @@ KeltoSwatchbook::SwatchType MapType(uint16_t word) {
   return KeltoSwatchbook::kSwatchTypeProcess;
 }
 
-// A colour entry (types 1 and 2). Returns 0, or kSXFTruncated when a
-// field runs past the data.
-SXFParseResult ReadColorEntry(KeltoSwatchbook& book, char*& cur, char* end, uint16_t type,
-                              int32_t flags, int32_t (&formats)[kModelCount]) {
-  double tint = 0.0;
-  if (type == kBlockColorWithTint) {
-    if (4 > end - cur) return kSXFTruncated;
-    tint = GetFloat(cur);
-    cur += 4;
-  }
+// A colour entry (types 1 and 2) read from `in`. Returns 0, or kSXFTruncated
+// when a field runs past the data.
+SXFParseResult ReadColorEntry(KeltoSwatchbook& book, Cursor in, uint16_t type, int32_t flags,
+                              int32_t (&formats)[kModelCount]) {
+  float tint = 0.0f;
+  if (type == kBlockColorWithTint && !in.TakeFloat(&tint)) return kSXFTruncated;
   XMLString name;
-  if (!ReadUTF16(cur, end, name, uint32_t(flags) & kKeepWholeNames)) return kSXFTruncated;
-  if (4 > end - cur) return kSXFTruncated;
-  uint32_t code = Get32(cur);
-  cur += 4;
+  uint32_t code = 0;
+  if (!in.TakeString(name, uint32_t(flags) & kKeepWholeNames) || !in.Take32(&code))
+    return kSXFTruncated;
   int m = 0;
   while (m < kModelCount && kModels[m].code != code) ++m;
   if (m == kModelCount) return kSXFParsed;  // unknown model: no swatch, the block is stepped over
@@ -105,7 +139,7 @@ SXFParseResult ReadColorEntry(KeltoSwatchbook& book, char*& cur, char* end, uint
   book.SetSwatchTint(swatch, tint);
   int32_t n = book.GetFormatNumChannels(format);
   if (n < 0) n = 0;
-  if (n > (end - cur) / 4) return kSXFTruncated;
+  if (!in.Holds(n, 4)) return kSXFTruncated;
   // Four doubles hold every known model; a book with wider formats gets a
   // buffer of its own.
   double fixed[4] = {0, 0, 0, 0};
@@ -116,8 +150,9 @@ SXFParseResult ReadColorEntry(KeltoSwatchbook& book, char*& cur, char* end, uint
     values = wide.data();
   }
   bool lab = kModels[m].space == KeltoSwatchbook::kColorSpaceLAB;
-  for (int32_t i = 0; i < n; ++i, cur += 4) {
-    double v = GetFloat(cur);
+  for (int32_t i = 0; i < n; ++i) {
+    float v = 0.0f;
+    in.TakeFloat(&v);  // cannot fail: the values were counted above
     if (!lab)
       values[i] = Clamp(v, 0.0, 1.0);
     else if (i == 0)
@@ -126,24 +161,26 @@ SXFParseResult ReadColorEntry(KeltoSwatchbook& book, char*& cur, char* end, uint
       values[i] = Clamp(v, -128.0, 128.0);
   }
   book.AddColorValues(swatch, format, static_cast<const double*>(values));
-  if (2 > end - cur) return kSXFTruncated;
-  book.SetSwatchType(swatch, MapType(Get16(cur)));
-  cur += 2;
+  uint16_t typeWord = 0;
+  if (!in.Take16(&typeWord)) return kSXFTruncated;
+  book.SetSwatchType(swatch, MapType(typeWord));
   return kSXFParsed;
 }
 
 // Checks the 12-byte header; returns 0 and the block count, or the result code.
-SXFParseResult ReadHeader(char*& cur, char* end, uint32_t* count) {
-  if (4 > end - cur) return kSXFTruncated;
-  if (Get32(cur) != kSignature) return kSXFBadSignature;
-  cur += 4;
-  if (4 > end - cur) return kSXFTruncated;
-  if (Get32(cur) >> 16 != kMajorVersion) return kSXFBadVersion;  // the minor version is free
-  cur += 4;
-  if (4 > end - cur) return kSXFTruncated;
-  *count = Get32(cur);
-  cur += 4;
+SXFParseResult ReadHeader(Cursor& in, uint32_t* count) {
+  uint32_t signature = 0, version = 0;
+  if (!in.Take32(&signature)) return kSXFTruncated;
+  if (signature != kSignature) return kSXFBadSignature;
+  if (!in.Take32(&version)) return kSXFTruncated;
+  if (version >> 16 != kMajorVersion) return kSXFBadVersion;  // the minor version is free
+  if (!in.Take32(count)) return kSXFTruncated;
   return *count > kMaxBlocks ? kSXFTooManyBlocks : kSXFParsed;
+}
+
+// A block's type and body length.
+bool ReadBlockHeader(Cursor& in, uint16_t* type, uint32_t* length) {
+  return in.Take16(type) && in.Take32(length);
 }
 
 }  // namespace
@@ -197,23 +234,18 @@ int32_t SXFReader::Check(KeltoSwatchbookStream& stream, int32_t& unknownBlocks) 
   unknownBlocks = 0;
   if (!stream.IsValid()) return 0;
   KeltoSwatchbookHeap file(1, kFileHeapBytes, kFileHeapBytes);
-  if (!file.InflateFromStream(stream)) return 0;
-  char* cur = file.GetData(0);
-  char* end = cur + file.GetSize();
+  if (!file.InflateFromStream(stream) || file.GetData(0) == nullptr) return 0;
+  Cursor in(file.GetData(0), file.GetData(0) + file.GetSize());
   uint32_t count = 0;
-  if (cur == nullptr || ReadHeader(cur, end, &count) != kSXFParsed) return 0;
+  if (ReadHeader(in, &count) != kSXFParsed) return 0;
   for (uint32_t b = 0; b < count; ++b) {
-    if (2 > end - cur) return 0;
-    uint16_t type = Get16(cur);
-    cur += 2;
-    if (4 > end - cur) return 0;
-    uint32_t length = Get32(cur);
-    cur += 4;
+    uint16_t type = 0;
+    uint32_t length = 0;
+    if (!ReadBlockHeader(in, &type, &length)) return 0;
     if (type != kBlockColor && type != kBlockColorWithTint && type != kBlockGroupStart &&
         type != kBlockGroupEnd)
       ++unknownBlocks;
-    if (length > uint64_t(end - cur)) return 0;
-    cur += length;
+    if (!in.Skip(length)) return 0;
   }
   return 1;
 }
@@ -221,28 +253,25 @@ int32_t SXFReader::Check(KeltoSwatchbookStream& stream, int32_t& unknownBlocks) 
 int32_t SXFReader::Parse(KeltoSwatchbook& book, KeltoSwatchbookStream& stream, int32_t flags) {
   if (!stream.IsValid()) return kSXFUnreadable;
   KeltoSwatchbookHeap file(1, kFileHeapBytes, kFileHeapBytes);
-  if (!file.InflateFromStream(stream)) return kSXFUnreadable;
-  char* cur = file.GetData(0);
-  if (cur == nullptr) return kSXFUnreadable;
-  char* end = cur + file.GetSize();
+  if (!file.InflateFromStream(stream) || file.GetData(0) == nullptr) return kSXFUnreadable;
+  Cursor in(file.GetData(0), file.GetData(0) + file.GetSize());
   uint32_t count = 0;
-  if (int32_t header = ReadHeader(cur, end, &count); header != kSXFParsed) return header;
+  if (int32_t header = ReadHeader(in, &count); header != kSXFParsed) return header;
 
   // From here on the book changes, also when a later block is faulty.
   book.Clear();
   int32_t formats[kModelCount] = {-1, -1, -1, -1};
   for (uint32_t b = 0; b < count; ++b) {
-    if (2 > end - cur) return kSXFTruncated;
-    uint16_t type = Get16(cur);
-    cur += 2;
-    if (4 > end - cur) return kSXFTruncated;
-    uint32_t length = Get32(cur);
-    cur += 4;
-    char* body = cur;
+    uint16_t type = 0;
+    uint32_t length = 0;
+    if (!ReadBlockHeader(in, &type, &length)) return kSXFTruncated;
+    // A handler reads a copy of the cursor, as far as the file goes: the
+    // block's length, checked after it, decides where the next block starts.
+    Cursor body = in;
     switch (type) {
       case kBlockGroupStart: {
         XMLString name;
-        if (!ReadUTF16(cur, end, name, uint32_t(flags) & kKeepWholeNames)) return kSXFTruncated;
+        if (!body.TakeString(name, uint32_t(flags) & kKeepWholeNames)) return kSXFTruncated;
         int32_t group = book.CreateSwatchGroup();
         if (group != -1 && book.SetActiveSwatchGroup(group)) book.SetSwatchGroupName(name);
         break;
@@ -252,12 +281,10 @@ int32_t SXFReader::Parse(KeltoSwatchbook& book, KeltoSwatchbookStream& stream, i
         break;
       case kBlockColor:
       case kBlockColorWithTint:
-        if (int32_t r = ReadColorEntry(book, cur, end, type, flags, formats); r != kSXFParsed)
-          return r;
+        if (int32_t r = ReadColorEntry(book, body, type, flags, formats); r != kSXFParsed) return r;
         break;
     }
-    if (length > uint64_t(end - body)) return kSXFTruncated;
-    cur = body + length;
+    if (!in.Skip(length)) return kSXFTruncated;
   }
   return kSXFParsed;
 }
