@@ -2,17 +2,11 @@
 // file name's extension.
 #pragma once
 
-#include <cstdint>
 #include <string>
-#include <vector>
+
+#include "host/rgb_image.h"
 
 namespace pxhost {
-
-struct RgbImage {
-  int32_t width = 0;
-  int32_t height = 0;
-  std::vector<uint8_t> pixels;  // rows top to bottom, R G B per pixel
-};
 
 // True when the name ends in .png or .ppm (any case).
 bool IsImageName(const std::string& path);

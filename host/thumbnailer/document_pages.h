@@ -10,7 +10,7 @@
 
 #include <string>
 
-#include "host/image_io.h"
+#include "host/rgb_image.h"
 
 namespace pxhost {
 

@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "host/image_io.h"
+#include "host/rgb_image.h"
 
 namespace pxhost {
 
