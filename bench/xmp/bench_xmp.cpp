@@ -23,7 +23,6 @@
 #include "sdk/plugin_main.h"
 #include "sdk/selectors.h"
 #include "swatchbook/vantor_swatch_book.h"
-#include "tests/support/base64.h"
 #include "tests/support/jpeg_util.h"
 #include "tests/support/memory_stream.h"
 #include "tools/sxfwrite/sxf_writer.h"
@@ -175,7 +174,9 @@ const Fixture& FixtureFor(int swatches) {
   // The JPEG bytes come from encoding the decoded pages once more, so the
   // stages and floors below all work on the same images.
   for (PageImage& page : f.pages) {
-    page.raster = DecodeToPage(qltest::DecodeBase64(page.base64));
+    std::string jpeg;
+    xmptk::XMPUtils::DecodeFromBase64(page.base64.data(), uint32_t(page.base64.size()), &jpeg);
+    page.raster = DecodeToPage(jpeg);
     Convert2JPEG(page.raster.data(), page.jpeg, uint16_t(page.width), uint16_t(page.height));
   }
   return f;

@@ -7,7 +7,6 @@
 #include "host/host_simulator.h"
 #include "sdk/plugin_main.h"
 #include "sdk/selectors.h"
-#include "tests/support/base64.h"
 #include "tests/support/fixture_file.h"
 #include "tools/sxfwrite/sxf_writer.h"
 
@@ -104,7 +103,8 @@ std::vector<Packet::Page> Packet::Pages() const {
     EXPECT_EQ(Text(item + "xmpGImg:format"), "JPEG");
     p.width = std::stoi(Text(item + "xmpGImg:width"));
     p.height = std::stoi(Text(item + "xmpGImg:height"));
-    p.jpeg = qltest::DecodeBase64(Text(item + "xmpGImg:image"));
+    const std::string image = Text(item + "xmpGImg:image");
+    xmptk::XMPUtils::DecodeFromBase64(image.data(), uint32_t(image.size()), &p.jpeg);
     EXPECT_TRUE(jpegtest::Decode(p.jpeg, p.pixels, error)) << "page " << n << ": " << error;
     EXPECT_EQ(p.pixels.width, p.width);
     EXPECT_EQ(p.pixels.height, p.height);
