@@ -13,7 +13,6 @@ class KeltoSwatchbookHeap {
   KeltoSwatchbookHeap& operator=(const KeltoSwatchbookHeap&) = delete;
 
   int32_t GetSize() const { return count_; }
-  int32_t GetCapacity() const { return capacity_; }
   // Element `index`; one past the last element is allowed.
   char* GetData(int32_t index) const;
 
@@ -27,6 +26,8 @@ class KeltoSwatchbookHeap {
   int32_t InflateFromStream(KeltoSwatchbookStream& stream);
 
  private:
+  friend struct SwatchbookProbe;  // the tests' view of the growth arithmetic
+
   char* data_ = nullptr;
   int32_t elementSize_;
   int32_t capacity_;  // elements; may overstate the block after RemoveExtraStorage

@@ -43,12 +43,12 @@ class XMLString {
   bool BeginsWith(const XMLString& s) const;
   bool EndsWith(const XMLString& s) const;
 
-  Format GetFormat() const { return format_; }
   const char* GetData() const { return data_; }
   int32_t GetLength() const { return length_; }
-  int32_t GetCapacity() const { return capacity_; }
 
  private:
+  friend struct SwatchbookProbe;  // the tests' view of the storage
+
   XMLString(Format format, char* data, int32_t length, int32_t capacity);
 
   Format format_ = kUTF8;

@@ -19,10 +19,9 @@ class XMLStringHeap {
   void CompactStringHeap();
   void RemoveExtraStorage();
 
-  int32_t GetFreedBytes() const { return freedBytes_; }
-  int32_t GetPoolSize() const { return bytes_.GetSize(); }
-
  private:
+  friend struct SwatchbookProbe;  // the tests' view of the pool
+
   int32_t freedBytes_ = 0;
   KeltoSwatchbookHeap bytes_;
   KeltoSwatchbookHeap entries_;

@@ -7,6 +7,7 @@
 #include "swatchbook/kelto_swatchbook_heap.h"
 #include "swatchbook/xml_string_heap.h"
 #include "swatchio/stream.h"
+#include "tests/swatchbook/probe.h"
 
 namespace {
 
@@ -37,15 +38,15 @@ class PatternStream : public KeltoSwatchbookStream {
 
 TEST(KeltoSwatchbookHeapTest, GrowthArithmetic) {
   KeltoSwatchbookHeap tiny(8, 4, 4);  // less than one element: both round up to 1
-  EXPECT_EQ(tiny.GetCapacity(), 1);
+  EXPECT_EQ(SwatchbookProbe::Capacity(tiny), 1);
   ASSERT_NE(tiny.AppendData(2), nullptr);
-  EXPECT_EQ(tiny.GetCapacity(), 2);
+  EXPECT_EQ(SwatchbookProbe::Capacity(tiny), 2);
 
   KeltoSwatchbookHeap heap(1, 2, 8);
   ASSERT_NE(heap.AppendData(3), nullptr);
-  EXPECT_EQ(heap.GetCapacity(), 10);  // capacity + growth
+  EXPECT_EQ(SwatchbookProbe::Capacity(heap), 10);  // capacity + growth
   ASSERT_NE(heap.AppendData(20), nullptr);
-  EXPECT_EQ(heap.GetCapacity(), 23);  // the count when that is larger
+  EXPECT_EQ(SwatchbookProbe::Capacity(heap), 23);  // the count when that is larger
   EXPECT_EQ(heap.GetSize(), 23);
 }
 
@@ -71,7 +72,7 @@ TEST(KeltoSwatchbookHeapTest, StaleCapacityAfterShrinking) {
   KeltoSwatchbookHeap heap(1, 16, 16);
   ASSERT_EQ(heap.AppendData("abc", 3), 0);
   heap.RemoveExtraStorage();
-  EXPECT_EQ(heap.GetCapacity(), 16);  // the figure is kept though the block shrank
+  EXPECT_EQ(SwatchbookProbe::Capacity(heap), 16);  // the figure is kept though the block shrank
   // Growing within the stale capacity must neither lose nor overrun data.
   ASSERT_EQ(heap.AppendData("defghij", 7), 3);
   EXPECT_EQ(std::string(heap.GetData(0), 10), "abcdefghij");
@@ -153,26 +154,26 @@ TEST(XMLStringHeapTest, SetStringKeepsTheOldText) {
   uint32_t id = 0;
   EXPECT_EQ(strings.SetString(id, XMLString("first")), 1u);
   EXPECT_EQ(id, 1u);
-  int32_t pool = strings.GetPoolSize();
+  int32_t pool = SwatchbookProbe::PoolSize(strings);
   EXPECT_EQ(strings.SetString(id, XMLString("second")), 2u);
   EXPECT_TRUE(strings.GetStringFromID(1) == XMLString("first"));
-  EXPECT_EQ(strings.GetPoolSize(), pool + 7);
-  EXPECT_EQ(strings.GetFreedBytes(), 0);
+  EXPECT_EQ(SwatchbookProbe::PoolSize(strings), pool + 7);
+  EXPECT_EQ(SwatchbookProbe::FreedBytes(strings), 0);
 }
 
 TEST(XMLStringHeapTest, CompactionThresholds) {
   XMLStringHeap strings;
   const std::string hundred(100, 'x');  // 101 serialized bytes each
   for (int i = 0; i < 40; ++i) strings.AddString(XMLString((hundred + char('A' + i % 26)).c_str()));
-  const int32_t pool = strings.GetPoolSize();  // 40 x 102
+  const int32_t pool = SwatchbookProbe::PoolSize(strings);  // 40 x 102
   for (uint32_t id = 1; id <= 10; ++id) strings.DeleteString(id);
-  EXPECT_EQ(strings.GetFreedBytes(), 1020);  // not above 1024: kept
+  EXPECT_EQ(SwatchbookProbe::FreedBytes(strings), 1020);  // not above 1024: kept
   for (uint32_t id = 11; id <= 20; ++id) strings.DeleteString(id);
-  EXPECT_EQ(strings.GetFreedBytes(), 2040);  // above 1024 but exactly half: kept
-  EXPECT_EQ(strings.GetPoolSize(), pool);
+  EXPECT_EQ(SwatchbookProbe::FreedBytes(strings), 2040);  // above 1024 but exactly half: kept
+  EXPECT_EQ(SwatchbookProbe::PoolSize(strings), pool);
   strings.DeleteString(21);  // more than half: compacted
-  EXPECT_EQ(strings.GetFreedBytes(), 0);
-  EXPECT_EQ(strings.GetPoolSize(), 19 * 102);
+  EXPECT_EQ(SwatchbookProbe::FreedBytes(strings), 0);
+  EXPECT_EQ(SwatchbookProbe::PoolSize(strings), 19 * 102);
   EXPECT_TRUE(strings.GetStringFromID(22) == XMLString((hundred + char('A' + 21 % 26)).c_str()));
   EXPECT_TRUE(strings.GetStringFromID(40) == XMLString((hundred + char('A' + 39 % 26)).c_str()));
   strings.RemoveExtraStorage();

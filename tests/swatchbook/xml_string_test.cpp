@@ -1,4 +1,5 @@
 #include "swatchbook/xml_string.h"
+#include "tests/swatchbook/probe.h"
 
 #include <gtest/gtest.h>
 
@@ -24,7 +25,7 @@ std::string Bytes(const XMLString& s) {
 }
 
 std::u16string Units(const XMLString& s) {
-  EXPECT_EQ(s.GetFormat(), XMLString::kUTF16);
+  EXPECT_EQ(SwatchbookProbe::Format(s), XMLString::kUTF16);
   std::u16string units(size_t(s.GetLength()) / 2, u'\0');
   if (!units.empty()) std::memcpy(units.data(), s.GetData(), units.size() * 2);
   return units;
@@ -34,7 +35,7 @@ const std::string kGrinning = "\xF0\x9F\x98\x80";  // U+1F600 in UTF-8
 
 TEST(XMLStringConstruction, FromSerializedBytes) {
   XMLString bad(5, "\3abcd");  // format byte 3 names no format
-  EXPECT_EQ(bad.GetFormat(), XMLString::kUTF8);
+  EXPECT_EQ(SwatchbookProbe::Format(bad), XMLString::kUTF8);
   EXPECT_EQ(bad.GetLength(), 0);
   EXPECT_EQ(bad.GetData(), nullptr);
 
@@ -43,7 +44,7 @@ TEST(XMLStringConstruction, FromSerializedBytes) {
   char serialized[7];
   wide.GetSerializedData(serialized);
   XMLString rebuilt(7, serialized);
-  EXPECT_EQ(rebuilt.GetCapacity(), 6);
+  EXPECT_EQ(SwatchbookProbe::Capacity(rebuilt), 6);
   EXPECT_EQ(Units(rebuilt), u"a\U0001F600");
 }
 
@@ -70,10 +71,10 @@ TEST(XMLStringComparison, AcrossFormats) {
 TEST(XMLStringConcatenation, FormatOfTheResult) {
   XMLString a = XMLString("ab") + Utf16(u"cd");
   EXPECT_EQ(Units(a), u"abcd");
-  EXPECT_EQ(a.GetCapacity(), a.GetLength());
+  EXPECT_EQ(SwatchbookProbe::Capacity(a), a.GetLength());
 
   XMLString b = Utf8("\xC3\xA9") + XMLString("x\xFF");
-  EXPECT_EQ(b.GetFormat(), XMLString::kUTF8);
+  EXPECT_EQ(SwatchbookProbe::Format(b), XMLString::kUTF8);
   EXPECT_EQ(Bytes(b), "\xC3\xA9x\x7F");
 
   // The appended supplementary character keeps only the short count's bytes.
@@ -89,7 +90,7 @@ TEST(XMLStringSubString, RangesAndFormats) {
   EXPECT_EQ(four.SubString(0, -1).GetLength(), 0);
 
   XMLString ascii = XMLString("hello").SubString(1, 3);
-  EXPECT_EQ(ascii.GetFormat(), XMLString::kASCII);
+  EXPECT_EQ(SwatchbookProbe::Format(ascii), XMLString::kASCII);
   EXPECT_EQ(Bytes(ascii), "ell");
   EXPECT_EQ(Units(Utf16(u"hello").SubString(3, 9)), u"lo");
 }
@@ -185,7 +186,7 @@ TEST(XMLStringConversion, TerminatorsAndEmptySources) {
 TEST(XMLStringSetData, ReassignmentSlack) {
   XMLString reassigned("abcd");
   reassigned = XMLString("0123456789");
-  EXPECT_EQ(reassigned.GetCapacity(), 266);  // 256 bytes of slack on reassignment
+  EXPECT_EQ(SwatchbookProbe::Capacity(reassigned), 266);  // 256 bytes of slack on reassignment
 }
 
 TEST(XMLStringSetData, ReadOnlyStringsRefuseChanges) {

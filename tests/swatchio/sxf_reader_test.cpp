@@ -6,6 +6,7 @@
 #include "swatchbook/vantor_swatch_book.h"
 #include "swatchio/sxf_reader.h"
 #include "tests/support/memory_stream.h"
+#include "tests/swatchbook/probe.h"
 #include "tools/sxfwrite/sxf_writer.h"
 
 namespace {
@@ -213,7 +214,7 @@ TEST(SXFNames, DisplayTextAfterKeyPaths) {
   EXPECT_EQ(Utf8(stripped.GetSwatchName(1, 0)), "$$$ no key");
   EXPECT_EQ(Utf8(stripped.GetSwatchName(2, 0)), "$$/Two=Two");
   EXPECT_EQ(Utf8(stripped.GetSwatchName(3, 0)), "Cr\xC3\xA8me \xF0\x9F\x8E\x89");
-  EXPECT_EQ(stripped.GetSwatchName(3, 0).GetFormat(), XMLString::kUTF16);
+  EXPECT_EQ(SwatchbookProbe::Format(stripped.GetSwatchName(3, 0)), XMLString::kUTF16);
   EXPECT_EQ(stripped.GetSwatchName(4, 0).GetLength(), 0);
 
   VantorSwatchBook whole;
