@@ -14,6 +14,7 @@
 #include <cstring>
 #include <vector>
 
+#include "common/invariant.h"
 #include "sdk/host_types.h"
 
 namespace {
@@ -152,7 +153,8 @@ SXFParseResult ReadColorEntry(KeltoSwatchbook& book, Cursor in, uint16_t type, i
   bool lab = kModels[m].space == KeltoSwatchbook::kColorSpaceLAB;
   for (int32_t i = 0; i < n; ++i) {
     float v = 0.0f;
-    in.TakeFloat(&v);  // cannot fail: the values were counted above
+    const bool taken = in.TakeFloat(&v);
+    QL_ASSERT(taken);  // the values were counted above
     if (!lab)
       values[i] = Clamp(v, 0.0, 1.0);
     else if (i == 0)

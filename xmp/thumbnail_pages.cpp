@@ -18,6 +18,7 @@
 #include <cstring>
 #include <vector>
 
+#include "common/invariant.h"
 #include "sdk/host_types.h"
 #include "swatchbook/kelto_swatchbook.h"
 #include "xmp/host_binding.h"
@@ -95,6 +96,7 @@ ChipRgb ChipColour(KeltoSwatchbook::ColorSpace space, const double* v, double ti
 // raster: x is at most 283 and y, a sum of 31s and 34s below 253, at most
 // 251, so the furthest pixel written is row 282, column 30.
 void DrawChip(unsigned char* raster, int32_t x, int32_t y, ChipRgb colour) {
+  QL_ASSERT(x >= 0 && x <= kPageSide && y >= 0 && y + kChipSide <= kPageSide);
   ChipRgb stored =
       std::endian::native == std::endian::little ? ChipRgb{colour.b, colour.g, colour.r} : colour;
   for (int32_t row = 0; row < kChipSide; ++row) {

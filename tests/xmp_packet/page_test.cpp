@@ -14,6 +14,8 @@
 
 #include "host/colour/colour_engine.h"
 #include "tests/xmp_packet/packet_fixture.h"
+#include "xmp/page_internals.h"
+#include "xmp/thumbnail_pages.h"
 
 namespace {
 
@@ -150,6 +152,16 @@ void Convert(cmsHPROFILE from, cmsUInt32Number fromFormat, cmsHPROFILE to, cmsUI
   cmsDoTransform(t, in, out, n);
   cmsDeleteTransform(t);
 }
+
+#if defined(QL_CHECK_INVARIANTS)
+// Where the sanitizers run, invariants are checked: a chip placed below the
+// page's last row stops the process before it writes past the raster.
+TEST(PageLayoutDeathTest, ChipBelowThePageIsStopped) {
+  std::vector<unsigned char> raster(size_t(kPagePitch) * kPageSide);
+  EXPECT_DEATH(xmppages::DrawChip(raster.data(), 0, kPageSide - 30, {1, 2, 3}),
+               "invariant failed: .*kPageSide");
+}
+#endif
 
 TEST(ChipColour, RgbBlendsTowardWhiteWithTheTint) {
   std::vector<Page> pages = PagesOf(json::array({
