@@ -37,6 +37,7 @@ release-check: bootstrap
 # HTML under out/coverage/.
 coverage: bootstrap
 	@cmake -S . -B build/coverage -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQL_COVERAGE=ON >/dev/null
+	@find build/coverage -name '*.gcda' -delete  # counts of a previous build
 	@cmake --build build/coverage -j $(JOBS)
 	@scripts/coverage build/coverage
 
