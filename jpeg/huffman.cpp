@@ -48,7 +48,7 @@ constexpr CategoryTables kSiz = BuildCategories();
 
 // Low `size` bits of a coefficient as JPEG codes it: negative values as v − 1.
 inline uint32_t ValueBits(int32_t v, uint32_t size) {
-  const uint32_t bits = static_cast<uint32_t>(v < 0 ? v - 1 : v);
+  const uint32_t bits = static_cast<uint32_t>(v + (v >> 31));  // v − 1 when negative
   return bits & ((uint32_t{1} << size) - 1);
 }
 
@@ -79,7 +79,10 @@ inline bool HasFFByte(uint32_t w) {
 }  // namespace
 
 uint8_t Category(uint32_t magnitude) {
-  return magnitude < 256 ? kSiz.lo[magnitude] : kSiz.hi[(magnitude >> 8) & 0xFF];
+  // Both lookups, then a select: on noisy blocks the magnitudes straddle 256
+  // at random, and a branch there is mispredicted about as often as taken.
+  const uint8_t low = kSiz.lo[magnitude & 0xFF], high = kSiz.hi[(magnitude >> 8) & 0xFF];
+  return high ? high : low;
 }
 
 void FrameHuffman::code_size() {
@@ -234,8 +237,9 @@ void BitPacker::OutputOneDCT(const int16_t* block, int16_t& predictor, const Fra
   const int32_t diff = block[0] - predictor;
   predictor = block[0];
   const uint32_t dcSize = Category(static_cast<uint32_t>(std::abs(diff)));
-  Put(dc.codeBySymbol[dcSize], dc.lengthBySymbol[dcSize]);
-  Put(ValueBits(diff, dcSize), dcSize);
+  // Code (up to 16 bits) and value (up to 11) as one field, as for AC.
+  Put((uint32_t{dc.codeBySymbol[dcSize]} << dcSize) | ValueBits(diff, dcSize),
+      dc.lengthBySymbol[dcSize] + dcSize);
 
   // Walk the nonzero coefficients only: on flat areas most of a block is zero.
   uint64_t nonzero = NonzeroMask(block);

@@ -30,6 +30,9 @@ namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
+// The one-lane build below reuses the scalar code and needs none of this.
+#if HWY_TARGET != HWY_SCALAR
+
 constexpr int32_t kInvSqrt2 = 181;  // 0.7071 × 256
 constexpr int32_t kRot0_382 = 98;   // 0.3827 × 256
 constexpr int32_t kRot0_541 = 139;  // 0.5412 × 256
@@ -65,6 +68,47 @@ HWY_INLINE void Butterflies(D d, V (&v)[8], bool final) {
     for (V& x : v) x = hn::ShiftRight<8>(hn::Add(x, k127));
   }
 }
+
+// Byte shuffles that gather the zigzag order from the transposed result:
+// output row o (coefficients 8o…8o + 7) takes from source row s the bytes
+// kZigzagShuffles.bytes[o][s] names (0x80: none); `from[o]` has bit s set
+// when row s gives any.
+struct ZigzagShuffles {
+  uint8_t bytes[8][8][16];
+  uint8_t from[8];
+};
+constexpr ZigzagShuffles kZigzagShuffles = [] {
+  ZigzagShuffles z{};
+  for (int o = 0; o < 8; ++o) {
+    for (int s = 0; s < 8; ++s) {
+      for (int b = 0; b < 16; ++b) z.bytes[o][s][b] = 0x80;
+    }
+    for (int j = 0; j < 8; ++j) {
+      const int t = kZigzagTransposed[o * 8 + j];
+      z.bytes[o][t / 8][2 * j] = static_cast<uint8_t>(2 * (t % 8));
+      z.bytes[o][t / 8][2 * j + 1] = static_cast<uint8_t>(2 * (t % 8) + 1);
+      z.from[o] = static_cast<uint8_t>(z.from[o] | (1 << (t / 8)));
+    }
+  }
+  return z;
+}();
+
+// The reorder as at most a few shuffles per output row instead of 64 moves.
+HWY_INLINE void ZigzagReorder(const int16_t* in, int16_t* block) {
+  const hn::FixedTag<uint8_t, 16> d;
+  hn::Vec<decltype(d)> rows[8];
+  for (int s = 0; s < 8; ++s) rows[s] = hn::LoadU(d, reinterpret_cast<const uint8_t*>(in + s * 8));
+  for (int o = 0; o < 8; ++o) {
+    auto v = hn::Zero(d);
+    for (int s = 0; s < 8; ++s) {
+      if (kZigzagShuffles.from[o] & (1 << s)) {
+        v = hn::Or(v, hn::TableLookupBytesOr0(rows[s], hn::LoadU(d, kZigzagShuffles.bytes[o][s])));
+      }
+    }
+    hn::StoreU(v, d, reinterpret_cast<uint8_t*>(block + o * 8));
+  }
+}
+#endif  // HWY_TARGET != HWY_SCALAR
 
 }  // namespace
 
@@ -130,12 +174,14 @@ int DCTQuant(int16_t* block, const QuantSlot& slot) {
   Transpose8x8(d, v);
   Butterflies(d, v, true);
   const V round = hn::Set(d, 32767);
-  HWY_ALIGN int32_t out[64];
+  // Quantised coefficients of 8-bit samples lie well inside 16 bits, so the
+  // saturating narrowing keeps the same low 16 bits the scalar cast keeps.
+  HWY_ALIGN int16_t out[64];
   for (size_t r = 0; r < 8; ++r) {
     const V q = hn::Mul(v[r], hn::LoadU(d, slot.transposedReciprocals + r * 8));
-    hn::Store(hn::ShiftRight<16>(hn::Add(q, round)), d, out + r * 8);
+    hn::Store(hn::DemoteTo(d16, hn::ShiftRight<16>(hn::Add(q, round))), d16, out + r * 8);
   }
-  for (int k = 0; k < 64; ++k) block[k] = static_cast<int16_t>(out[kZigzagTransposed[k]]);
+  ZigzagReorder(out, block);
   return 63;
 }
 #else
@@ -146,6 +192,7 @@ int DCTQuant(int16_t* block, const QuantSlot& slot) {
   const size_t lanes = hn::Lanes(d);
   HWY_ALIGN int32_t mid[64];
   HWY_ALIGN int32_t transposed[64];
+  HWY_ALIGN int16_t out[64];
   for (size_t c = 0; c < 8; c += lanes) {
     V v[8];
     for (size_t r = 0; r < 8; ++r) v[r] = hn::PromoteTo(d, hn::LoadU(d16, block + r * 8 + c));
@@ -162,10 +209,10 @@ int DCTQuant(int16_t* block, const QuantSlot& slot) {
     Butterflies(d, v, true);
     for (size_t r = 0; r < 8; ++r) {
       const V q = hn::Mul(v[r], hn::LoadU(d, slot.transposedReciprocals + r * 8 + c));
-      hn::Store(hn::ShiftRight<16>(hn::Add(q, round)), d, mid + r * 8 + c);
+      hn::Store(hn::DemoteTo(d16, hn::ShiftRight<16>(hn::Add(q, round))), d16, out + r * 8 + c);
     }
   }
-  for (int k = 0; k < 64; ++k) block[k] = static_cast<int16_t>(mid[kZigzagTransposed[k]]);
+  ZigzagReorder(out, block);
   return 63;
 }
 
