@@ -14,6 +14,7 @@
 #include <cmath>
 
 #include "jpeg/tables.h"
+#include "jpeg/vector.h"
 
 namespace ZJPEG {
 
@@ -144,9 +145,18 @@ void ColorConverterYCbCr::ColorCovert1_1_1(const RowMemoryRequester& rows, unsig
                                            unsigned firstMcu, unsigned mcuStride,
                                            int16_t** buffers) const {
   const ColorTables& t = gColorTables;
+  // MCUs wholly inside the image, from the first on the stride, go to the
+  // vector kernel; the scalar loop takes the rest, edge included.
+  unsigned scalarFrom = firstMcu;
+  if (vector_ && firstMcu < width_ / 8u) {
+    const unsigned whole = width_ / 8u;
+    scalarFrom = firstMcu + (whole - firstMcu + mcuStride - 1) / mcuStride * mcuStride;
+  }
   for (unsigned i = 0; i < 8; ++i) {
     const uint8_t* row = RowPointer(rows, firstRow, firstRow + i, height_);
-    for (unsigned mcu = firstMcu; mcu < mcusAcross_; mcu += mcuStride) {
+    if (scalarFrom != firstMcu)
+      ConvertRowYCbCrVector(row, offset_, step_, firstMcu, scalarFrom, mcuStride, i, buffers);
+    for (unsigned mcu = scalarFrom; mcu < mcusAcross_; mcu += mcuStride) {
       int16_t* y = buffers[0] + size_t{mcu} * 64 + i * 8;
       int16_t* cb = buffers[1] + size_t{mcu} * 64 + i * 8;
       int16_t* cr = buffers[2] + size_t{mcu} * 64 + i * 8;

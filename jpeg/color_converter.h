@@ -32,6 +32,10 @@ class ColorConverter {
   // plain base, which converts nothing.
   int Channels() const { return channels_; }
 
+  // Full-resolution RGB runs the vector kernel on blocks wholly inside the
+  // image when set; the samples are the same either way.
+  void SetVectorPath(bool vector) { vector_ = vector; }
+
  protected:
   // `slots`: each channel's byte inside a pixel (interleaved) or its plane.
   void SetLayout(int channels, bool planar, unsigned pixelBytes, const unsigned* slots);
@@ -47,6 +51,7 @@ class ColorConverter {
   unsigned step_ = 1;
   unsigned slot_[4] = {};
   size_t offset_[4] = {};  // from slot_, once the width is known
+  bool vector_ = false;
 };
 
 // Channels copied to components without colour transform: the sample is the

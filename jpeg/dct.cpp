@@ -9,8 +9,6 @@
 // infinity. The output bytes depend on that exact arithmetic.
 #include "jpeg/dct.h"
 
-#include <array>
-
 #include "jpeg/tables.h"
 
 namespace ZJPEG {
@@ -66,18 +64,6 @@ inline void ColumnPass(const In* in, int32_t* out) {
   }
 }
 
-// Position of each zigzag coefficient in the transposed result of the
-// second pass (column c, row r at c·8 + r).
-constexpr auto kZigzagTransposed = [] {
-  std::array<uint8_t, 64> t{};
-  constexpr uint8_t zz[64] = {0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,
-                              12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,
-                              35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
-                              58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
-  for (int k = 0; k < 64; ++k) t[k] = static_cast<uint8_t>((zz[k] % 8) * 8 + zz[k] / 8);
-  return t;
-}();
-
 }  // namespace
 
 void PrepareQuantSlot(QuantSlot& slot, const uint16_t table[64]) {
@@ -92,6 +78,7 @@ void PrepareQuantSlot(QuantSlot& slot, const uint16_t table[64]) {
       d *= 8.0f;
       slot.divisors[n] = d;
       slot.reciprocals[n] = static_cast<int32_t>(65536.0f / d + 0.5f);
+      slot.transposedReciprocals[c * 8 + r] = slot.reciprocals[n];
     }
   }
 }

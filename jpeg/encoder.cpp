@@ -18,6 +18,7 @@
 #include "jpeg/huffman.h"
 #include "jpeg/progressive.h"
 #include "jpeg/tables.h"
+#include "jpeg/vector.h"
 #include "jpeg/zjpeg.h"
 
 namespace ZJPEG {
@@ -53,8 +54,14 @@ struct ScanComponent {
 class Engine {
  public:
   Engine(RowMemoryRequester* rows, uint16_t width, uint16_t height, JPEGOutputStream* out,
-         AppDataCallback* appData)
-      : rows_(rows), width_(width), height_(height), out_(out), appData_(appData), bits_(out) {}
+         AppDataCallback* appData, bool vector)
+      : rows_(rows),
+        width_(width),
+        height_(height),
+        out_(out),
+        appData_(appData),
+        bits_(out),
+        vector_(vector) {}
 
   uint32_t Setup(const Desc& desc);  // kEncodeDone or why not
   void Encode(int dctMethod);
@@ -73,12 +80,20 @@ class Engine {
   bool Pass(bool statistics, unsigned mcuStride, bool convert);
   void EncodeProgressive();
   void GenerateHuffmanTables();
+  void Transform(int16_t* block, const QuantSlot& slot) {
+    if (vector_) {
+      DCTIntegerVector(block, slot);
+    } else {
+      DCTInteger(block, slot, work_);
+    }
+  }
 
   RowMemoryRequester* rows_;
   uint16_t width_, height_;
   JPEGOutputStream* out_;
   AppDataCallback* appData_;
   BitPacker bits_;
+  bool vector_;
 
   uint32_t flags_ = 0;
   int components_ = 0;
@@ -164,6 +179,7 @@ uint32_t Engine::Setup(const Desc& desc) {
   mcusAcross_ = (uint32_t{width_} + 8u * hMax_ - 1) / (8u * hMax_);
   mcusDown_ = (uint32_t{height_} + 8u * vMax_ - 1) / (8u * vMax_);
   converter_->SetGeometry(width_, height_, mcusAcross_, components_, h_, v_);
+  converter_->SetVectorPath(vector_);
 
   // One MCU row per component, zeroed so that unconverted samples are defined.
   for (int c = 0; c < components_; ++c) {
@@ -282,7 +298,7 @@ bool Engine::Pass(bool statistics, unsigned mcuStride, bool convert) {
           for (unsigned bx = 0; bx < h_[c]; ++bx) {
             int16_t* block =
                 bufferPtrs_[c] + (size_t{by} * blocksAcross + size_t{mcu} * h_[c] + bx) * 64;
-            DCTInteger(block, quant_[tq_[c]], work_);
+            Transform(block, quant_[tq_[c]]);
             if (statistics) {
               AddBlockToHuffman(block, sc.predictor, dc_[sc.dcTable], ac_[sc.acTable]);
             } else {
@@ -311,7 +327,7 @@ void Engine::EncodeProgressive() {
       int16_t* store = coefficients_[c].get() + size_t{my} * blocks * 64;
       for (size_t b = 0; b < blocks; ++b) {
         int16_t* block = bufferPtrs_[c] + b * 64;
-        DCTInteger(block, quant_[tq_[c]], work_);
+        Transform(block, quant_[tq_[c]]);
         std::copy_n(block, 64, store + b * 64);
       }
     }
@@ -417,14 +433,15 @@ void Engine::DumpSOS() {
 }  // namespace
 
 JPEGEncoder::JPEGEncoder(RowMemoryRequester* rows, uint16_t width, uint16_t height)
-    : rows_(rows), width_(width), height_(height) {}
+    : rows_(rows), width_(width), height_(height), vector_(VectorPathByDefault()) {}
 
 uint32_t JPEGEncoder::EncodeImage(JPEGOutputStream* out, const EncoderDescription& desc,
                                   AppDataCallback* appData, int /*colorMethod*/, int dctMethod) {
   if (out == nullptr || rows_ == nullptr) return kEncodeRefused;
   if (out->failed) return kEncodeWriteFailed;
   if (out->buffer == nullptr || out->capacity == 0) return kEncodeNoMemory;
-  std::unique_ptr<Engine> engine(new (std::nothrow) Engine(rows_, width_, height_, out, appData));
+  std::unique_ptr<Engine> engine(new (std::nothrow)
+                                     Engine(rows_, width_, height_, out, appData, vector_));
   if (!engine) return kEncodeNoMemory;
   if (const uint32_t refused = engine->Setup(desc); refused != kEncodeDone) return refused;
   engine->Encode(dctMethod);

@@ -48,7 +48,7 @@ constexpr CategoryTables kSiz = BuildCategories();
 
 // Low `size` bits of a coefficient as JPEG codes it: negative values as v − 1.
 inline uint32_t ValueBits(int32_t v, uint32_t size) {
-  const uint32_t bits = static_cast<uint32_t>(v < 0 ? v - 1 : v);
+  const uint32_t bits = static_cast<uint32_t>(v + (v >> 31));  // v − 1 when negative
   return bits & ((uint32_t{1} << size) - 1);
 }
 
@@ -79,7 +79,10 @@ inline bool HasFFByte(uint32_t w) {
 }  // namespace
 
 uint8_t Category(uint32_t magnitude) {
-  return magnitude < 256 ? kSiz.lo[magnitude] : kSiz.hi[(magnitude >> 8) & 0xFF];
+  // Both lookups, then a select: on noisy blocks the magnitudes straddle 256
+  // at random, and a branch there is mispredicted about as often as taken.
+  const uint8_t low = kSiz.lo[magnitude & 0xFF], high = kSiz.hi[(magnitude >> 8) & 0xFF];
+  return high ? high : low;
 }
 
 void FrameHuffman::code_size() {
@@ -231,11 +234,29 @@ void BitPacker::OutputOneDCT(const int16_t* block, int16_t& predictor, const Fra
     }
   }
 
+  // The held bits live in locals for the block: stores into the output
+  // buffer may alias any member, which would send every update through
+  // memory.
+  uint64_t acc = acc_;
+  uint32_t held = held_;
+  auto put = [&](uint32_t code, uint32_t length) {
+    if (length == 0) return;
+    // held < 32 and length ≤ 32: two shifts, each below 64.
+    acc |= (uint64_t{code} << (32 - length)) << (32 - held);
+    held += length;
+    if (held >= 32) {
+      WriteWord(static_cast<uint32_t>(acc >> 32));
+      acc <<= 32;
+      held -= 32;
+    }
+  };
+
   const int32_t diff = block[0] - predictor;
   predictor = block[0];
   const uint32_t dcSize = Category(static_cast<uint32_t>(std::abs(diff)));
-  Put(dc.codeBySymbol[dcSize], dc.lengthBySymbol[dcSize]);
-  Put(ValueBits(diff, dcSize), dcSize);
+  // Code (up to 16 bits) and value (up to 11) as one field, as for AC.
+  put((uint32_t{dc.codeBySymbol[dcSize]} << dcSize) | ValueBits(diff, dcSize),
+      dc.lengthBySymbol[dcSize] + dcSize);
 
   // Walk the nonzero coefficients only: on flat areas most of a block is zero.
   uint64_t nonzero = NonzeroMask(block);
@@ -245,14 +266,16 @@ void BitPacker::OutputOneDCT(const int16_t* block, int16_t& predictor, const Fra
     nonzero &= nonzero - 1;
     int run = k - previous - 1;
     previous = k;
-    for (; run >= 16; run -= 16) Put(ac.codeBySymbol[kZRL], ac.lengthBySymbol[kZRL]);
+    for (; run >= 16; run -= 16) put(ac.codeBySymbol[kZRL], ac.lengthBySymbol[kZRL]);
     const int32_t v = block[k];
     const uint32_t size = Category(static_cast<uint32_t>(std::abs(v)));
     const uint32_t symbol = ((static_cast<uint32_t>(run) << 4) | size) & 0xFF;
     const uint32_t length = ac.lengthBySymbol[symbol];
-    Put((uint32_t{ac.codeBySymbol[symbol]} << size) | ValueBits(v, size), length + size);
+    put((uint32_t{ac.codeBySymbol[symbol]} << size) | ValueBits(v, size), length + size);
   }
-  if (previous != 63) Put(ac.codeBySymbol[kEOB], ac.lengthBySymbol[kEOB]);
+  if (previous != 63) put(ac.codeBySymbol[kEOB], ac.lengthBySymbol[kEOB]);
+  acc_ = acc;
+  held_ = held;
 }
 
 void BitPacker::Put(uint32_t code, uint32_t length) {

@@ -8,6 +8,7 @@
 
 #include <array>
 
+#include "jpeg/vector.h"
 #include "jpeg/zjpeg.h"
 
 namespace ZJPEG {
@@ -88,23 +89,17 @@ constexpr uint16_t kAnnexKChr[64] = {
     99, 99, 47, 66, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99,
     99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99};
 
-// Luminance weights of the integer path, scaled by 256: 0.299, 0.587, 0.114.
-constexpr int32_t kRFactorForYComp = 77;
-constexpr int32_t kGFactorForYComp = 150;
-constexpr int32_t kBFactorForYComp = 29;
-
 void BuildColorTables(ColorTables& t) {
   for (int32_t i = 0; i < 256; ++i) {
-    t.ry[i] = kRFactorForYComp * i;
-    t.gy[i] = kGFactorForYComp * i;
-    t.by[i] = kBFactorForYComp * i;
-    // Cb = 0.5 B - 0.1687 R - 0.3313 G; Cr = 0.5 R - 0.4187 G - 0.0813 B (× 256).
-    t.rcb[i] = -43 * i;
-    t.gcb[i] = -85 * i;
-    t.bcb[i] = 128 * i;
-    t.rcr[i] = 128 * i;
-    t.gcr[i] = -107 * i;
-    t.bcr[i] = -21 * i;
+    t.ry[i] = kRY * i;
+    t.gy[i] = kGY * i;
+    t.by[i] = kBY * i;
+    t.rcb[i] = kRCb * i;
+    t.gcb[i] = kGCb * i;
+    t.bcb[i] = kBCb * i;
+    t.rcr[i] = kRCr * i;
+    t.gcr[i] = kGCr * i;
+    t.bcr[i] = kBCr * i;
   }
 }
 
@@ -136,7 +131,7 @@ ColorTables gColorTables = BuiltColorTables();
 
 bool InitializeJPEGEncoder() {
   BuildColorTables(gColorTables);
-  return false;  // no vector unit is used: the integer tables serve every processor
+  return VectorPathByDefault();
 }
 
 }  // namespace ZJPEG

@@ -22,6 +22,14 @@ extern const uint16_t (&kAnnexKChrominance)[64];
 // Nonzero where the quality subsamples chroma 4:2:0.
 extern const uint8_t k2to1s[13];
 
+// Weights of the integer colour path, × 256 so that every sample keeps 8
+// fractional bits exactly: Y = 0.299 R + 0.587 G + 0.114 B, Cb = 0.5 B −
+// 0.1687 R − 0.3313 G, Cr = 0.5 R − 0.4187 G − 0.0813 B. The tables below and
+// the vector conversion both use them.
+inline constexpr int32_t kRY = 77, kGY = 150, kBY = 29;
+inline constexpr int32_t kRCb = -43, kGCb = -85, kBCb = 128;
+inline constexpr int32_t kRCr = 128, kGCr = -107, kBCr = -21;
+
 // Integer colour tables, i × factor for i = 0..255, filled by
 // InitializeJPEGEncoder() (and by static initialisation).
 struct ColorTables {

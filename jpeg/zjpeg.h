@@ -133,13 +133,22 @@ class JPEGEncoder {
   uint32_t EncodeImage(JPEGOutputStream* out, const EncoderDescription& desc,
                        AppDataCallback* appData, int colorMethod, int dctMethod);
 
+  // Colour conversion, transform and quantisation on the processor's widest
+  // vector unit, or in plain scalar code; the bytes are the same. The vector
+  // path is the default when the processor has a vector unit and the
+  // environment variable ZJPEG_SCALAR is unset, empty or "0".
+  void SetVectorPath(bool vector) { vector_ = vector; }
+  bool VectorPath() const { return vector_; }
+
  private:
   RowMemoryRequester* rows_;
   uint16_t width_;
   uint16_t height_;
+  bool vector_;
 };
 
-// Builds the colour tables; answers whether a vector unit is used (never).
+// Builds the colour tables; answers whether encoders take the vector path by
+// default.
 bool InitializeJPEGEncoder();
 
 }  // namespace ZJPEG

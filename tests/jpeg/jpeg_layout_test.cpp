@@ -50,21 +50,27 @@ std::vector<uint8_t> Rows(const Rgb& src, int channels, const std::vector<int>& 
   return rows;
 }
 
+// What a fresh encoder chooses on this processor and environment.
+bool VectorPathByDefaultForTests() {
+  return JPEGEncoder(nullptr, 1, 1).VectorPath();
+}
+
 struct Result {
   uint32_t code;
   std::string bytes;
 };
 
 Result EncodeRows(const std::vector<uint8_t>& rows, size_t pixelBytes, int width, int height,
-                  uint32_t flags, int quality) {
+                  uint32_t flags, int quality, bool vector = VectorPathByDefaultForTests()) {
   InitializeJPEGEncoder();
   EncoderDescription desc;
   desc.flags = flags;
   desc.PixmereQuality(quality);
   BufferRowMemoryRequester source(rows.data(), uint32_t(width * pixelBytes), uint16_t(height));
   jpegtest::StringStream out;
-  const uint32_t code = JPEGEncoder(&source, uint16_t(width), uint16_t(height))
-                            .EncodeImage(&out, desc, nullptr, 0, 4);
+  JPEGEncoder encoder(&source, uint16_t(width), uint16_t(height));
+  encoder.SetVectorPath(vector);
+  const uint32_t code = encoder.EncodeImage(&out, desc, nullptr, 0, 4);
   out.DumpBuffer();
   return {code, out.bytes};
 }
@@ -137,6 +143,61 @@ TEST(Layouts, EveryLayoutGivesTheSameBytesAndDecodesCloseToTheSource) {
       }
     }
   }
+}
+
+// Pixels that reach every corner of the arithmetic: uniform noise, the
+// extremes 0 and 255 (the widest sums of the colour weights and the largest
+// coefficients), and noise over gradients.
+Rgb Extreme(int width, int height, int channels, uint32_t seed, int kind) {
+  if (kind == 2) return Source(width, height, channels, seed);
+  Rgb out{width, height, std::vector<uint8_t>(size_t(width) * height * channels)};
+  uint32_t s = seed;
+  for (size_t i = 0; i < out.pixels.size(); ++i) {
+    s = s * 1664525u + 1013904223u;
+    out.pixels[i] = kind == 0 ? uint8_t(s >> 24) : ((s >> 28) & 1 ? 255 : 0);
+  }
+  return out;
+}
+
+// The vector path gives the scalar path's bytes on every layout, at sizes
+// that leave partial blocks at the edges and at whole-block sizes, at the
+// qualities that subsample and that do not, baseline, extended with full
+// statistics, and progressive.
+TEST(VectorPath, GivesTheScalarBytesOnEveryLayout) {
+  for (const Family& f : kFamilies) {
+    for (auto [width, height] : {std::pair{1, 1}, {9, 3}, {16, 8}, {283, 31}, {67, 45}}) {
+      for (int kind = 0; kind < 3; ++kind) {
+        const Rgb src = Extreme(width, height, f.channels, uint32_t(width * 31 + kind), kind);
+        for (const Layout& l : f.layouts) {
+          const std::vector<uint8_t> rows = Rows(src, f.channels, l.order, l.planar);
+          for (uint32_t extra : {0x0u, 0x2000u, 0x400u}) {
+            for (int quality : {12, 6, 3, 0}) {
+              const uint32_t flags = l.flags | extra;
+              const Result scalar =
+                  EncodeRows(rows, l.order.size(), width, height, flags, quality, false);
+              const Result vector =
+                  EncodeRows(rows, l.order.size(), width, height, flags, quality, true);
+              const std::string where = std::to_string(width) + "x" + std::to_string(height) +
+                                        " kind " + std::to_string(kind) + " flags " +
+                                        std::to_string(flags) + " q" + std::to_string(quality);
+              ASSERT_EQ(scalar.code, JPEGEncoder::kEncodeDone) << where;
+              ASSERT_EQ(vector.code, JPEGEncoder::kEncodeDone) << where;
+              ASSERT_EQ(vector.bytes, scalar.bytes) << where;
+            }
+          }
+        }
+      }
+    }
+  }
+}
+
+// The environment picks the default path; an encoder option overrides it.
+TEST(VectorPath, IsTheDefaultWhenTheProcessorHasOneAndSelectablePerEncoder) {
+  const bool byDefault = InitializeJPEGEncoder();
+  JPEGEncoder encoder(nullptr, 1, 1);
+  EXPECT_EQ(encoder.VectorPath(), byDefault);
+  encoder.SetVectorPath(!byDefault);
+  EXPECT_EQ(encoder.VectorPath(), !byDefault);
 }
 
 // Large enough for long end-of-band runs and for the correction bits held
