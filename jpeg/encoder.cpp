@@ -289,6 +289,13 @@ bool Engine::Pass(bool statistics, unsigned mcuStride, bool convert) {
     rows_->rowsWanted = static_cast<uint16_t>(rowsPerMcu);
     if (!rows_->Request() || rows_->red == nullptr) return false;
     if (convert) converter_->ColorCovert(*rows_, y, 0, mcuStride, bufferPtrs_);
+    // A whole MCU row is transformed in one vector call, then coded.
+    const bool wholeRow = vector_ && mcuStride == 1;
+    if (wholeRow) {
+      for (int c = 0; c < components_; ++c) {
+        DCTIntegerVectorBlocks(bufferPtrs_[c], size_t{mcusAcross_} * h_[c] * v_[c], quant_[tq_[c]]);
+      }
+    }
     for (uint32_t mcu = 0; mcu < mcusAcross_; mcu += mcuStride) {
       for (int i = 0; i < scanComponents_; ++i) {
         ScanComponent& sc = scan_[i];
@@ -298,7 +305,7 @@ bool Engine::Pass(bool statistics, unsigned mcuStride, bool convert) {
           for (unsigned bx = 0; bx < h_[c]; ++bx) {
             int16_t* block =
                 bufferPtrs_[c] + (size_t{by} * blocksAcross + size_t{mcu} * h_[c] + bx) * 64;
-            Transform(block, quant_[tq_[c]]);
+            if (!wholeRow) Transform(block, quant_[tq_[c]]);
             if (statistics) {
               AddBlockToHuffman(block, sc.predictor, dc_[sc.dcTable], ac_[sc.acTable]);
             } else {

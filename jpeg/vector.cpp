@@ -263,6 +263,10 @@ void ConvertRow(const uint8_t* row, const size_t offsets[3], unsigned step, unsi
 }
 #endif  // HWY_TARGET == HWY_SCALAR
 
+void DCTQuantBlocks(int16_t* blocks, size_t count, const QuantSlot& slot) {
+  for (size_t b = 0; b < count; ++b) DCTQuant(blocks + b * 64, slot);
+}
+
 // NOLINTNEXTLINE(google-readability-namespace-comments)
 }  // namespace HWY_NAMESPACE
 }  // namespace ZJPEG
@@ -272,6 +276,7 @@ HWY_AFTER_NAMESPACE();
 namespace ZJPEG {
 
 HWY_EXPORT(DCTQuant);
+HWY_EXPORT(DCTQuantBlocks);
 HWY_EXPORT(ConvertRow);
 
 bool VectorUnitPresent() {
@@ -286,11 +291,13 @@ const char* VectorUnitName() {
 }
 
 bool VectorPathByDefault() {
-  static const bool scalar = [] {
+  // Asked by every encoder; the answer cannot change within a process.
+  static const bool vector = [] {
     const char* v = std::getenv("ZJPEG_SCALAR");
-    return v != nullptr && v[0] != '\0' && !(v[0] == '0' && v[1] == '\0');
+    const bool scalar = v != nullptr && v[0] != '\0' && !(v[0] == '0' && v[1] == '\0');
+    return !scalar && VectorUnitPresent();
   }();
-  return !scalar && VectorUnitPresent();
+  return vector;
 }
 
 void ConvertRowYCbCrVector(const uint8_t* row, const size_t offsets[3], unsigned step,
@@ -302,6 +309,10 @@ void ConvertRowYCbCrVector(const uint8_t* row, const size_t offsets[3], unsigned
 
 int DCTIntegerVector(int16_t* block, const QuantSlot& slot) {
   return HWY_DYNAMIC_DISPATCH(DCTQuant)(block, slot);
+}
+
+void DCTIntegerVectorBlocks(int16_t* blocks, size_t count, const QuantSlot& slot) {
+  HWY_DYNAMIC_DISPATCH(DCTQuantBlocks)(blocks, count, slot);
 }
 
 }  // namespace ZJPEG

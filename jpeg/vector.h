@@ -33,6 +33,8 @@ void ConvertRowYCbCrVector(const uint8_t* row, const size_t offsets[3], unsigned
 
 // DCTInteger's transform and quantisation, the same arithmetic in lanes.
 int DCTIntegerVector(int16_t* block, const QuantSlot& slot);
+// The same on `count` consecutive blocks: one dispatch for an MCU row.
+void DCTIntegerVectorBlocks(int16_t* blocks, size_t count, const QuantSlot& slot);
 
 }  // namespace ZJPEG
 

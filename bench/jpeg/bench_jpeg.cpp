@@ -225,7 +225,12 @@ void TimeStages(const Image& img, bool vector, double (&seconds)[kStages], size_
       rows.Request();
       converter.ColorCovert(rows, unsigned(y), 0, stride, buffers);
       seconds[kConvert] += lap(t0);
-      for (uint32_t m = 0; m < mcus; m += stride) {
+      // The coding pass transforms a whole row per call, as the encoder does.
+      if (vector && stride == 1) {
+        for (int c = 0; c < 3; ++c)
+          ZJPEG::DCTIntegerVectorBlocks(buffers[c], mcus, slots[c ? 1 : 0]);
+      }
+      for (uint32_t m = 0; m < mcus && !(vector && stride == 1); m += stride) {
         for (int c = 0; c < 3; ++c) {
           int16_t* block = buffers[c] + size_t(m) * 64;
           if (vector) {

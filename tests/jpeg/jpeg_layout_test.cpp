@@ -6,6 +6,9 @@
 #include <utility>
 #include <vector>
 
+#include <hwy/targets.h>
+
+#include "jpeg/vector.h"
 #include "jpeg/zjpeg.h"
 #include "tests/support/jpeg_util.h"
 
@@ -189,6 +192,37 @@ TEST(VectorPath, GivesTheScalarBytesOnEveryLayout) {
       }
     }
   }
+}
+
+// The processor runs its best vector unit only; every other build the
+// dispatch holds (the 128-bit units, the one-lane fallback) is made to run
+// here in turn and must give the same bytes.
+TEST(VectorPath, EveryBuiltVectorUnitGivesTheScalarBytes) {
+  const std::vector<int64_t> targets = hwy::SupportedAndGeneratedTargets();
+  for (int64_t target : targets) {
+    hwy::SetSupportedTargetsForTest(target);
+    for (const Family& f : kFamilies) {
+      for (auto [width, height] : {std::pair{67, 45}, {16, 8}}) {
+        for (int kind = 0; kind < 3; ++kind) {
+          const Rgb src = Extreme(width, height, f.channels, uint32_t(width + kind), kind);
+          for (const Layout& l : f.layouts) {
+            const std::vector<uint8_t> rows = Rows(src, f.channels, l.order, l.planar);
+            for (int quality : {12, 3}) {
+              const Result scalar =
+                  EncodeRows(rows, l.order.size(), width, height, l.flags, quality, false);
+              const Result vector =
+                  EncodeRows(rows, l.order.size(), width, height, l.flags, quality, true);
+              ASSERT_EQ(vector.bytes, scalar.bytes)
+                  << VectorUnitName() << " " << width << "x" << height << " kind " << kind
+                  << " flags " << l.flags << " q" << quality;
+            }
+          }
+        }
+      }
+    }
+  }
+  hwy::SetSupportedTargetsForTest(0);
+  EXPECT_GE(targets.size(), 1u);
 }
 
 // The environment picks the default path; an encoder option overrides it.
