@@ -219,6 +219,7 @@ int32_t SXFReader::Check(KeltoSwatchbookStream& stream, int32_t& unknownBlocks) 
 }
 
 int32_t SXFReader::Parse(KeltoSwatchbook& book, KeltoSwatchbookStream& stream, int32_t flags) {
+  failedBlock_ = 0;
   if (!stream.IsValid()) return kSXFUnreadable;
   KeltoSwatchbookHeap file(1, kFileHeapBytes, kFileHeapBytes);
   if (!file.InflateFromStream(stream)) return kSXFUnreadable;
@@ -232,6 +233,7 @@ int32_t SXFReader::Parse(KeltoSwatchbook& book, KeltoSwatchbookStream& stream, i
   book.Clear();
   int32_t formats[kModelCount] = {-1, -1, -1, -1};
   for (uint32_t b = 0; b < count; ++b) {
+    failedBlock_ = b + 1;
     if (2 > end - cur) return kSXFTruncated;
     uint16_t type = Get16(cur);
     cur += 2;
