@@ -1,6 +1,11 @@
 #include "host/thumbnail_command.h"
 
+#include <CLI/CLI.hpp>
+#include <memory>
+
 #include "host/atomic_output.h"
+#include "host/commands.h"
+#include "host/report.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -28,28 +33,56 @@ std::string CheckInput(const std::string& in) {
 }
 
 int Fail(const std::string& file, const std::string& reason, int code) {
-  std::fprintf(stderr, "pxhost: %s: %s\n", file.c_str(), reason.c_str());
+  ErrorLine(file, reason);
   return code;
 }
+
+struct ThumbnailArgs {
+  std::string in, out;
+  ThumbnailOptions options;
+  int memoryMiB = 0;
+};
 
 }  // namespace
 
 int RunThumbnail(PluginMainProc entry, const std::string& in, const std::string& out,
                  const ThumbnailOptions& options) {
   std::string error = CheckInput(in);
-  if (!error.empty()) return Fail(in, error, 1);
+  if (!error.empty()) return Fail(in, error, kExitRefused);
   RgbImage image;
   error = MakeThumbnail(entry, in, options, &image);
-  if (!error.empty()) return Fail(in, error, 1);
+  if (!error.empty()) return Fail(in, error, kExitRefused);
   std::string png;
   error = EncodePng(image, &png);
-  if (!error.empty()) return Fail(out, error, 2);
+  if (!error.empty()) return Fail(out, error, kExitUsage);
   // Opened only now, so no temporary file waits beside OUT while a document
   // renders (nor is inherited by the renderer).
   AtomicOutput output;
   if (!output.Open(out, {in}) || !output.Write(png) || !output.Commit())
-    return Fail(out, output.Error(), 2);
+    return Fail(out, output.Error(), kExitUsage);
   return 0;
+}
+
+CommandRun SetUpThumbnail(CLI::App& command) {
+  auto a = std::make_shared<ThumbnailArgs>();
+  command.add_option("IN", a->in, "the file")->required();
+  command.add_option("OUT", a->out, "the PNG file to write, whatever its name")->required();
+  command.add_option("-s,--size", a->options.size, "longest side at most SIZE")
+      ->check(CLI::Range(16, 4096))
+      ->capture_default_str();
+  command
+      .add_option("--time-limit", a->options.limits.seconds,
+                  "seconds a document may take to render")
+      ->check(CLI::Range(1, 3600))
+      ->capture_default_str();
+  command
+      .add_option("--memory-limit", a->memoryMiB, "MiB a rendering child may use (default 1024)")
+      ->check(CLI::Range(64, 65536));
+  return [a](PluginMainProc entry) {
+    ThumbnailOptions options = a->options;
+    if (a->memoryMiB != 0) options.limits.memoryBytes = int64_t(a->memoryMiB) << 20;
+    return RunThumbnail(entry, a->in, a->out, options);
+  };
 }
 
 }  // namespace pxhost

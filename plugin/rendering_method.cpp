@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -66,7 +67,13 @@ int32_t CQLRenderingMethodSuite::GetQLRenderingMethodForFile(const char* path, i
     xmptk::XMPMeta meta;
     // A file without XMP, or one the toolkit cannot open, leaves the model
     // empty; only the plain read below decides "KXEC".
-    if (file.OpenFile(path, xmptk::kXMP_UnknownFile, 0)) {
+    // The file layer is handed an absolute path: given a relative one whose
+    // first component is a single character it fails inside and prints its
+    // own error text.
+    std::error_code ec;
+    std::string absolute = std::filesystem::absolute(path, ec).string();
+    if (ec) absolute = path;
+    if (file.OpenFile(absolute.c_str(), xmptk::kXMP_UnknownFile, 0)) {
       std::string filePath;
       uint32_t openFlags = 0, format = 0, handlerFlags = 0;
       file.GetFileInfo(&filePath, &openFlags, &format, &handlerFlags);
@@ -77,6 +84,9 @@ int32_t CQLRenderingMethodSuite::GetQLRenderingMethodForFile(const char* path, i
     if (!in) return kQLErrKXEC;
     char header[1000];
     size_t got = std::fread(header, 1, sizeof header, in.get());
+    // Opening a directory for reading succeeds on Linux and its first read
+    // fails: it could not be opened as a byte stream either.
+    if (std::ferror(in.get())) return kQLErrKXEC;
     // The header test runs over the bytes actually read, so a short file never
     // matches on bytes it does not have.
     *method = GetRenderingMethod(header, int32_t(got), meta);

@@ -1,13 +1,17 @@
-// Selector numbers the host passes to PluginMain. Only the ones the plug-in
-// acts on have names; every other value is answered without doing anything.
+// Selector numbers the host passes to PluginMain. The plug-in acts on the
+// read and filter selectors and on the XMP one; every other value is
+// answered without doing anything, and the host sends the first call and
+// read finish all the same.
 #pragma once
 
 #include <cstdint>
 
 namespace pixmere {
 
+inline constexpr int16_t kSelectorAbout = 0;
 inline constexpr int16_t kSelectorReadStart = 2;
 inline constexpr int16_t kSelectorReadContinue = 3;
+inline constexpr int16_t kSelectorReadFinish = 4;
 inline constexpr int16_t kSelectorFilterFile = 17;
 inline constexpr int16_t kSelectorXMP = 21;
 

@@ -253,6 +253,7 @@ int32_t SXFReader::Check(KeltoSwatchbookStream& stream, int32_t& unknownBlocks) 
 }
 
 int32_t SXFReader::Parse(KeltoSwatchbook& book, KeltoSwatchbookStream& stream, int32_t flags) {
+  failedBlock_ = 0;
   if (!stream.IsValid()) return kSXFUnreadable;
   KeltoSwatchbookHeap file(1, kFileHeapBytes, kFileHeapBytes);
   if (!file.InflateFromStream(stream) || file.GetData(0) == nullptr) return kSXFUnreadable;
@@ -264,6 +265,7 @@ int32_t SXFReader::Parse(KeltoSwatchbook& book, KeltoSwatchbookStream& stream, i
   book.Clear();
   int32_t formats[kModelCount] = {-1, -1, -1, -1};
   for (uint32_t b = 0; b < count; ++b) {
+    failedBlock_ = b + 1;
     uint16_t type = 0;
     uint32_t length = 0;
     if (!ReadBlockHeader(in, &type, &length)) return kSXFTruncated;

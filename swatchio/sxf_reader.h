@@ -29,8 +29,12 @@ class SXFReader {
   int32_t Check(KeltoSwatchbookStream& stream, int32_t& unknownBlocks);
   // An SXFParseResult. Bit 0 of flags keeps "$$$/key=text" names whole.
   int32_t Parse(KeltoSwatchbook& book, KeltoSwatchbookStream& stream, int32_t flags);
+  // After a Parse that answered kSXFTruncated: the block (counted from 1)
+  // that runs past the end, 0 when the header itself is cut short.
+  uint32_t FailedBlock() const { return failedBlock_; }
 
  private:
+  uint32_t failedBlock_ = 0;
   XMLString name_;
   KeltoSwatchbookHeap heap_;
 };

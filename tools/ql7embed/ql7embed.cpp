@@ -1,8 +1,10 @@
 // ql7embed: makes a PostScript or PDF page that carries a "%QL7_Thumbnail:"
 // preview of an image.
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -26,6 +28,8 @@ const char kUsage[] =
     "\n"
     "The output is PDF when OUT ends in .pdf, PostScript otherwise. The preview holds\n"
     "at most 128 x 128 pixels for the host to show it.\n";
+
+constexpr int kMaxSide = 128;
 
 int Usage(const char* message) {
   std::fprintf(stderr, "ql7embed: %s\ntry 'ql7embed --help'\n", message);
@@ -69,20 +73,31 @@ int main(int argc, char** argv) {
     }
   }
   if (out.empty()) return Usage("expected IN and OUT");
-  options.pdf = out.size() > 4 && out.compare(out.size() - 4, 4, ".pdf") == 0;
+  std::string ext = std::filesystem::path(out).extension().string();
+  for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
+  if (ext != ".ps" && ext != ".eps" && ext != ".pdf")
+    return Usage("OUT must end in .ps, .eps or .pdf: that is what is written");
+  options.pdf = ext == ".pdf";
   if (!options.pdf && (!options.xmpFormat.empty() || options.xmpJpegThumbnail))
     return Usage("XMP metadata is written into PDF files only");
 
   pxhost::RgbImage image;
   std::string err = pxhost::ReadImage(in, &image);
   if (!err.empty()) return Usage(err.c_str());
+  // The host's read buffer holds a 128 x 128 preview; the plug-in refuses a
+  // larger one, so writing it would only make a file without a preview.
+  if (image.width > kMaxSide || image.height > kMaxSide)
+    return Usage(("the image is " + std::to_string(image.width) + " x " +
+                  std::to_string(image.height) + " pixels; a preview holds at most 128 x 128")
+                     .c_str());
   std::string file = ql7::VectorFile(image, options);
 
   FILE* f = std::fopen(out.c_str(), "wb");
-  if (f == nullptr || std::fwrite(file.data(), 1, file.size(), f) != file.size()) {
-    if (f != nullptr) std::fclose(f);
+  bool written = f != nullptr && std::fwrite(file.data(), 1, file.size(), f) == file.size();
+  if (f != nullptr && std::fclose(f) != 0) written = false;
+  if (!written) {
+    if (f != nullptr) std::remove(out.c_str());  // what was opened, not a file it could not open
     return Usage(("cannot write " + out).c_str());
   }
-  std::fclose(f);
   return 0;
 }

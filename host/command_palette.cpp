@@ -1,0 +1,99 @@
+// pxhost palette IN.sxf [-f gpl|json|css] [-o OUT]: a swatch book's colours
+// in the palette formats of paint, layout and web programs, from the packet
+// the plug-in hands the host.
+#include <CLI/CLI.hpp>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+
+#include "host/atomic_output.h"
+#include "host/commands.h"
+#include "host/file_session.h"
+#include "host/palette_formats.h"
+#include "host/refusal_reason.h"
+#include "host/report.h"
+#include "sdk/host_types.h"
+#include "sdk/selectors.h"
+
+namespace pxhost {
+namespace {
+
+struct PaletteOptions {
+  std::string file;
+  std::string format = "gpl";
+  std::string out = "-";
+  bool json = false;
+};
+
+int Palette(PluginMainProc entry, const PaletteOptions& o) {
+  Report report(o.json);
+  if (o.json && o.out == "-") {
+    std::fputs("pxhost: palette: --json needs -o OUT (the palette would share standard output)\n",
+               stderr);
+    return kExitUsage;
+  }
+  SessionOptions options;
+  options.fileType = pixmere::FourCC("SXF ");
+  FileSession opened(entry, o.file, options);
+  HostSession* session = opened.session();
+  if (session == nullptr) {
+    report.Refused(o.file, opened.Error());
+    return report.ExitCode();
+  }
+  int16_t result = session->Call(pixmere::kSelectorFilterFile);
+  if (result == 0) result = session->Call(pixmere::kSelectorXMP);
+  bool handedOver = false;
+  for (const auto& [field, value] : session->WrittenFields())
+    handedOver = handedOver || std::strcmp(field->name, "xmpHandle") == 0;
+  if (result != 0 || !handedOver) {
+    report.Refused(o.file, result != 0 ? SwatchRefusal(opened.Descriptor(), result)
+                                       : "the plug-in handed over no XMP packet");
+    return report.ExitCode();
+  }
+  std::vector<DisplaySwatch> swatches;
+  std::string error;
+  if (!DisplaySwatchesFromPacket(session->HandleBytes(session->Record().xmpHandle), &swatches,
+                                 &error)) {
+    report.Refused(o.file, error);
+    return report.ExitCode();
+  }
+  int skipped = 0;
+  for (const DisplaySwatch& s : swatches) {
+    if (s.drawable) continue;
+    ++skipped;
+    ErrorLine(o.file, "swatch \"" + s.name + "\" has no colour model; skipped");
+  }
+  std::string name = o.file == "-" ? "stdin" : std::filesystem::path(o.file).stem().string();
+  std::string text = o.format == "json"  ? PaletteJson(name, swatches)
+                     : o.format == "css" ? PaletteCss(swatches)
+                                         : PaletteGpl(name, swatches);
+  AtomicOutput output;
+  if (!output.Open(o.out, {o.file}) || !output.Write(text) || !output.Commit()) {
+    report.OutputFailed(o.out, output.Error());
+    return report.ExitCode();
+  }
+  int written = int(swatches.size()) - skipped;
+  if (skipped > 0)
+    ErrorLine(o.file, std::to_string(skipped) + " swatch" + (skipped == 1 ? "" : "es") +
+                          " skipped, " + std::to_string(written) + " written");
+  report.Done(
+      o.file,
+      {{"output", o.out}, {"format", o.format}, {"swatches", written}, {"skipped", skipped}},
+      o.out == "-" ? "" : o.file + ": " + std::to_string(written) + " swatches -> " + o.out);
+  return report.ExitCode();
+}
+
+}  // namespace
+
+CommandRun SetUpPalette(CLI::App& command) {
+  auto o = std::make_shared<PaletteOptions>();
+  command.add_option("FILE", o->file, "a swatch exchange file; - is standard input")->required();
+  command.add_option("-f,--format", o->format, "gpl (GIMP palette), json or css")
+      ->check(CLI::IsMember({"gpl", "json", "css"}))
+      ->capture_default_str();
+  command.add_option("-o,--output", o->out, "where the palette goes (default: standard output)");
+  command.add_flag("--json", o->json, "a JSON object telling what was written (needs -o)");
+  return [o](PluginMainProc entry) { return Palette(entry, *o); };
+}
+
+}  // namespace pxhost

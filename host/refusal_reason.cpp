@@ -1,0 +1,77 @@
+#include "host/refusal_reason.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string_view>
+
+#include "swatchbook/vantor_swatch_book.h"
+#include "swatchio/data_filter_stream.h"
+#include "swatchio/sxf_reader.h"
+
+namespace pxhost {
+namespace {
+
+// The reader holds the whole file in one heap block, which may not grow past
+// 256 MiB (the heap's own limit): a larger file is refused before parsing.
+constexpr int64_t kSwatchFileLimit = int64_t(256) << 20;
+
+std::string WithResult(const std::string& reason, int16_t result) {
+  return reason + " (result " + std::to_string(result) + ")";
+}
+
+}  // namespace
+
+std::string SwatchRefusal(int fd, int16_t result) {
+  struct stat st {};
+  if (::fstat(fd, &st) == 0 && st.st_size > kSwatchFileLimit)
+    return WithResult("swatch file over the 256 MiB limit", result);
+  VantorSwatchBook book;
+  DataFilterStream stream(fd);
+  SXFReader reader;
+  std::string reason;
+  switch (reader.Parse(book, stream, 0)) {
+    case kSXFBadSignature:
+      reason = "not a swatch exchange file (bad signature)";
+      break;
+    case kSXFBadVersion:
+      reason = "not a swatch exchange file (unknown major version)";
+      break;
+    case kSXFTruncated:
+      reason = reader.FailedBlock() == 0
+                   ? "damaged swatch file: the header is cut short"
+                   : "damaged swatch file: block " + std::to_string(reader.FailedBlock()) +
+                         " runs past the end";
+      break;
+    case kSXFTooManyBlocks:
+      reason = "damaged swatch file: more blocks than a swatch file may hold";
+      break;
+    case kSXFUnreadable:
+      reason = "cannot be read";
+      break;
+    default:
+      reason = "refused by the plug-in";
+  }
+  ::lseek(fd, 0, SEEK_SET);
+  return WithResult(reason, result);
+}
+
+std::string PreviewRefusal(int fd, int16_t result) {
+  // The marker's presence alone: whatever follows it is the plug-in's to judge.
+  static constexpr std::string_view kMarker = "%QL7_Thumbnail:";
+  bool marked = false;
+  std::string window;  // the tail of the last chunk, so a marker across two is found
+  char chunk[64 * 1024];
+  for (off_t at = 0; !marked;) {
+    ssize_t n = ::pread(fd, chunk, sizeof chunk, at);
+    if (n <= 0) break;
+    at += n;
+    window.append(chunk, size_t(n));
+    marked = window.find(kMarker) != std::string::npos;
+    window.erase(0, window.size() - std::min(window.size(), kMarker.size() - 1));
+  }
+  return WithResult(marked ? "embedded preview damaged" : "no embedded preview", result);
+}
+
+}  // namespace pxhost

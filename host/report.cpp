@@ -1,0 +1,42 @@
+#include "host/report.h"
+
+#include <cstdio>
+
+namespace pxhost {
+
+std::string JsonLine(const nlohmann::json& value) {
+  return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+void ErrorLine(const std::string& what, const std::string& reason) {
+  std::fprintf(stderr, "pxhost: %s: %s\n", what.c_str(), reason.c_str());
+}
+
+void Report::Done(const std::string& file, const nlohmann::json& result, const std::string& text) {
+  if (json_)
+    std::fputs(JsonLine({{"file", file}, {"ok", true}, {"result", result}}).c_str(), stdout);
+  else if (!text.empty())
+    std::fputs((text + "\n").c_str(), stdout);
+  std::fflush(stdout);
+}
+
+void Report::Failed(const std::string& file, const std::string& reason) {
+  // Standard output first, so a reader of both streams sees them in order.
+  if (json_) {
+    std::fputs(JsonLine({{"file", file}, {"ok", false}, {"error", reason}}).c_str(), stdout);
+    std::fflush(stdout);
+  }
+  ErrorLine(file, reason);
+}
+
+void Report::Refused(const std::string& file, const std::string& reason) {
+  Failed(file, reason);
+  if (exit_ == kExitOk) exit_ = kExitRefused;
+}
+
+void Report::OutputFailed(const std::string& file, const std::string& reason) {
+  Failed(file, reason);
+  exit_ = kExitUsage;
+}
+
+}  // namespace pxhost

@@ -1,0 +1,168 @@
+// pxhost palette, read back as the programs that take these formats read
+// them: a GIMP palette parser following GIMP's rules, JSON through nlohmann,
+// every CSS declaration checked.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/fixture_file.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using qltest::Outcome;
+
+const std::string kNames = std::string(QL_SOURCE_DIR) + "/samples/swatches/names.sxf";
+
+Outcome PxhostOut(const std::string& args) {
+  return qltest::Shell("{ " + std::string(QL_PXHOST) + " " + args + " 2>/dev/null; }");
+}
+
+struct GplColour {
+  int r, g, b;
+  std::string name, group;
+};
+
+// GIMP's palette reader: the first line is "GIMP Palette"; "Name:" and
+// "Columns:" may follow; blank lines and lines starting with '#' are skipped;
+// a colour line is three whitespace-separated numbers 0..255, then the name
+// (the rest of the line, leading whitespace dropped). The comment line last
+// seen is taken as the group, which is how this exporter writes groups.
+bool ParseGpl(const std::string& text, std::string* name, int* columns,
+              std::vector<GplColour>* colours, std::string* error) {
+  std::istringstream in(text);
+  std::string line;
+  if (!std::getline(in, line) || line.rfind("GIMP Palette", 0) != 0) {
+    *error = "no GIMP Palette header";
+    return false;
+  }
+  std::string group;
+  while (std::getline(in, line)) {
+    if (line.rfind("Name: ", 0) == 0) {
+      *name = line.substr(6);
+    } else if (line.rfind("Columns: ", 0) == 0) {
+      *columns = std::atoi(line.c_str() + 9);
+    } else if (line.empty() || line[0] == '#') {
+      group = line.rfind("# ", 0) == 0 ? line.substr(2) : "";
+    } else {
+      std::istringstream fields(line);
+      GplColour c{};
+      if (!(fields >> c.r >> c.g >> c.b) || c.r < 0 || c.r > 255 || c.g < 0 || c.g > 255 ||
+          c.b < 0 || c.b > 255) {
+        *error = "bad colour line: " + line;
+        return false;
+      }
+      std::getline(fields, c.name);
+      c.name.erase(0, c.name.find_first_not_of(" \t"));
+      c.group = group;
+      colours->push_back(c);
+    }
+  }
+  return true;
+}
+
+TEST(Palette, GimpPaletteReadsBack) {
+  Outcome r = PxhostOut("palette " + kNames);
+  ASSERT_EQ(r.status, 0) << r.out;
+  std::string name, error;
+  int columns = 0;
+  std::vector<GplColour> colours;
+  ASSERT_TRUE(ParseGpl(r.out, &name, &columns, &colours, &error)) << error;
+  EXPECT_EQ(name, "names");
+  EXPECT_GT(columns, 0);
+  std::map<std::string, GplColour> byName;
+  for (const GplColour& c : colours) byName[c.name] = c;
+  ASSERT_EQ(byName.count("Red"), 1u) << r.out;  // the display text of a "$$$/key=" name
+  EXPECT_EQ(std::tuple(byName["Red"].r, byName["Red"].g, byName["Red"].b), std::tuple(255, 0, 0));
+  EXPECT_EQ(byName["Red"].group, "Warm Colours");
+  ASSERT_EQ(byName.count("朱色"), 1u) << r.out;  // names keep their Unicode
+  EXPECT_EQ(byName["朱色"].group, "Écrus et crèmes");
+  ASSERT_EQ(byName.count("Party 🎉"), 1u) << r.out;
+  // RGB is exact: the 0..255 values the packet stores for 0.9, 0.2, 0.7.
+  EXPECT_EQ(std::tuple(byName["Party 🎉"].r, byName["Party 🎉"].g, byName["Party 🎉"].b),
+            std::tuple(229, 51, 178));
+}
+
+TEST(Palette, JsonAndCssAgreeWithTheGimpPalette) {
+  std::string name, error;
+  int columns = 0;
+  std::vector<GplColour> colours;
+  ASSERT_TRUE(ParseGpl(PxhostOut("palette " + kNames).out, &name, &columns, &colours, &error));
+
+  Outcome r = PxhostOut("palette -f json " + kNames);
+  ASSERT_EQ(r.status, 0);
+  auto book = nlohmann::json::parse(r.out);
+  ASSERT_EQ(book["swatches"].size(), colours.size());
+  EXPECT_EQ(book["skipped"], 0);
+  EXPECT_EQ(book["groups"], (nlohmann::json{"Warm Colours", "Écrus et crèmes"}));
+  for (size_t k = 0; k < colours.size(); ++k) {
+    const auto& s = book["swatches"][k];
+    EXPECT_EQ(s["name"], colours[k].name);
+    EXPECT_EQ(s["rgb"], (nlohmann::json{colours[k].r, colours[k].g, colours[k].b}));
+    char hex[8];
+    std::snprintf(hex, sizeof hex, "#%02x%02x%02x", colours[k].r, colours[k].g, colours[k].b);
+    EXPECT_EQ(s["hex"], hex);
+    EXPECT_TRUE(s.contains("model") && s.contains("type") && s.contains("tint") &&
+                s.contains("values"));
+  }
+
+  r = PxhostOut("palette -f css " + kNames);
+  ASSERT_EQ(r.status, 0);
+  std::istringstream css(r.out);
+  std::string line;
+  ASSERT_TRUE(std::getline(css, line));
+  EXPECT_EQ(line, ":root {");
+  std::set<std::string> properties;
+  std::vector<std::string> values;
+  while (std::getline(css, line) && line != "}") {
+    // "  --swatch-NAME: #rrggbb;" with NAME free of blanks, colons and semicolons.
+    size_t colon = line.find(": ");
+    ASSERT_TRUE(line.rfind("  --swatch-", 0) == 0 && colon != std::string::npos) << line;
+    std::string property = line.substr(2, colon - 2);
+    std::string value = line.substr(colon + 2);
+    EXPECT_EQ(property.find_first_of(" \t:;"), std::string::npos) << line;
+    ASSERT_EQ(value.size(), 8u) << line;
+    EXPECT_EQ(value[0], '#') << line;
+    EXPECT_EQ(value[7], ';') << line;
+    EXPECT_EQ(value.find_first_not_of("0123456789abcdef", 1), 7u) << line;
+    EXPECT_TRUE(properties.insert(property).second) << "repeated " << property;
+    values.push_back(value.substr(0, 7));
+  }
+  EXPECT_EQ(line, "}");
+  ASSERT_EQ(values.size(), colours.size());
+  for (size_t k = 0; k < values.size(); ++k) EXPECT_EQ(values[k], book["swatches"][k]["hex"]);
+  EXPECT_EQ(properties.count("--swatch-red"), 1u);
+}
+
+// The same contract as every command: outputs atomic, reasons, exit codes.
+TEST(Palette, Contract) {
+  qltest::DiskFile notSwatch("fake.sxf", "not a swatch file");
+  fs::path dir = fs::path(notSwatch.path()).parent_path();
+  std::string out = (dir / "out.gpl").string();
+  Outcome r = qltest::Shell(std::string(QL_PXHOST) + " palette " + notSwatch.path() + " -o " + out);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("not a swatch exchange file (bad signature)"), std::string::npos) << r.out;
+  EXPECT_FALSE(fs::exists(out));
+  EXPECT_EQ(qltest::Shell(std::string(QL_PXHOST) + " palette -f aco " + kNames).status, 2);
+  r = PxhostOut("palette --json -f css " + kNames + " -o " + out);
+  EXPECT_EQ(r.status, 0);
+  auto line = nlohmann::json::parse(r.out);
+  EXPECT_EQ(line["ok"], true);
+  EXPECT_EQ(line["result"]["skipped"], 0);
+  EXPECT_TRUE(fs::exists(out));
+  // Standard input: the same palette, named "stdin".
+  std::string named = PxhostOut("palette " + kNames).out;
+  named.replace(named.find("Name: names"), 11, "Name: stdin");
+  EXPECT_EQ(PxhostOut("palette - < " + kNames).out, named);
+}
+
+}  // namespace
