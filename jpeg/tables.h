@@ -8,7 +8,6 @@ namespace ZJPEG {
 
 // Natural (row-major) position of each zigzag index, and the inverse.
 extern const uint8_t kZigzag[64];
-extern const uint8_t kInvZigzag[64];
 
 // Quantisation rows by PixmereQuality 0..12, natural order.
 struct QualityRows {
