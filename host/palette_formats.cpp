@@ -28,8 +28,8 @@ std::string OneLine(std::string text) {
 }  // namespace
 
 std::string PaletteGpl(const std::string& name, const std::vector<DisplaySwatch>& swatches) {
-  std::string out = "GIMP Palette\nName: " + OneLine(name) +
-                    "\nColumns: " + std::to_string(kGplColumns) + "\n";
+  std::string out =
+      "GIMP Palette\nName: " + OneLine(name) + "\nColumns: " + std::to_string(kGplColumns) + "\n";
   bool first = true;
   std::string group;
   for (const DisplaySwatch& s : swatches) {

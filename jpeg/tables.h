@@ -6,7 +6,7 @@
 
 namespace ZJPEG {
 
-// Natural (row-major) position of each zigzag index, and the inverse.
+// Natural (row-major) position of each zigzag index.
 extern const uint8_t kZigzag[64];
 
 // Quantisation rows by PixmereQuality 0..12, natural order.
