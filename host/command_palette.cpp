@@ -2,7 +2,6 @@
 // in the palette formats of paint, layout and web programs, from the packet
 // the plug-in hands the host.
 #include <CLI/CLI.hpp>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 
@@ -10,10 +9,8 @@
 #include "host/commands.h"
 #include "host/file_session.h"
 #include "host/palette_formats.h"
-#include "host/refusal_reason.h"
 #include "host/report.h"
 #include "sdk/host_types.h"
-#include "sdk/selectors.h"
 
 namespace pxhost {
 namespace {
@@ -35,25 +32,14 @@ int Palette(PluginMainProc entry, const PaletteOptions& o) {
   SessionOptions options;
   options.fileType = pixmere::FourCC("SXF ");
   FileSession opened(entry, o.file, options);
-  HostSession* session = opened.session();
-  if (session == nullptr) {
+  if (opened.session() == nullptr) {
     report.Refused(o.file, opened.Error());
     return report.ExitCode();
   }
-  int16_t result = session->Call(pixmere::kSelectorFilterFile);
-  if (result == 0) result = session->Call(pixmere::kSelectorXMP);
-  bool handedOver = false;
-  for (const auto& [field, value] : session->WrittenFields())
-    handedOver = handedOver || std::strcmp(field->name, "xmpHandle") == 0;
-  if (result != 0 || !handedOver) {
-    report.Refused(o.file, result != 0 ? SwatchRefusal(opened.Descriptor(), result)
-                                       : "the plug-in handed over no XMP packet");
-    return report.ExitCode();
-  }
+  std::string packet, error;
   std::vector<DisplaySwatch> swatches;
-  std::string error;
-  if (!DisplaySwatchesFromPacket(session->HandleBytes(session->Record().xmpHandle), &swatches,
-                                 &error)) {
+  if (!RequestSwatchPacket(opened, &packet, &error) ||
+      !DisplaySwatchesFromPacket(packet, &swatches, &error)) {
     report.Refused(o.file, error);
     return report.ExitCode();
   }

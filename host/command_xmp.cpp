@@ -1,7 +1,6 @@
 // pxhost xmp FILE [-o OUT] [--pages DIR]: the swatch packet the plug-in hands
 // the host (the XMP selector), and the chip pages inside it.
 #include <CLI/CLI.hpp>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 
@@ -9,10 +8,8 @@
 #include "host/colour/colour_engine.h"
 #include "host/commands.h"
 #include "host/file_session.h"
-#include "host/refusal_reason.h"
 #include "host/report.h"
 #include "sdk/host_types.h"
-#include "sdk/selectors.h"
 #include "xmp/toolkit.h"
 
 namespace pxhost {
@@ -65,30 +62,14 @@ int Xmp(PluginMainProc entry, const XmpOptions& o) {
   options.fileType = pixmere::FourCC("SXF ");
   hostcolour::SetBindingOffered(!o.noBinding);
   FileSession opened(entry, o.file, options);
-  HostSession* session = opened.session();
-  if (session == nullptr) {
+  if (opened.session() == nullptr) {
     report.Refused(o.file, opened.Error());
     return report.ExitCode();
   }
-  int16_t result = session->Call(pixmere::kSelectorFilterFile);
-  if (result != 0) {
-    report.Refused(o.file, SwatchRefusal(opened.Descriptor(), result));
-    return report.ExitCode();
-  }
-  result = session->Call(pixmere::kSelectorXMP);
-  pixmere::Handle handle = session->Record().xmpHandle;
-  bool handedOver = false;
-  for (const auto& [field, value] : session->WrittenFields())
-    handedOver = handedOver || std::strcmp(field->name, "xmpHandle") == 0;
-  if (result != 0 || !handedOver) {
-    report.Refused(o.file, result != 0 ? SwatchRefusal(opened.Descriptor(), result)
-                                       : "the plug-in handed over no XMP packet");
-    return report.ExitCode();
-  }
-  std::string packet = session->HandleBytes(handle);
+  std::string packet, error;
   std::vector<std::string> jpegs;
-  std::string error;
-  if (!o.pages.empty() && !PageImages(packet, &jpegs, &error)) {
+  if (!RequestSwatchPacket(opened, &packet, &error) ||
+      (!o.pages.empty() && !PageImages(packet, &jpegs, &error))) {
     report.Refused(o.file, error);
     return report.ExitCode();
   }

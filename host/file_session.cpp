@@ -6,8 +6,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "host/atomic_output.h"
+#include "host/refusal_reason.h"
+#include "sdk/selectors.h"
 
 namespace pxhost {
 namespace {
@@ -77,6 +80,22 @@ FileSession::FileSession(PluginMainProc entry, const std::string& path,
 FileSession::~FileSession() {
   session_.reset();
   if (fd_ >= 0) ::close(fd_);
+}
+
+bool RequestSwatchPacket(FileSession& opened, std::string* packet, std::string* reason) {
+  HostSession& session = *opened.session();
+  int16_t result = session.Call(pixmere::kSelectorFilterFile);
+  if (result == 0) result = session.Call(pixmere::kSelectorXMP);
+  bool handedOver = false;
+  for (const auto& [field, value] : session.WrittenFields())
+    handedOver = handedOver || std::strcmp(field->name, "xmpHandle") == 0;
+  if (result != 0 || !handedOver) {
+    *reason = result != 0 ? SwatchRefusal(opened.Descriptor(), result)
+                          : "the plug-in handed over no XMP packet";
+    return false;
+  }
+  *packet = session.HandleBytes(session.Record().xmpHandle);
+  return true;
 }
 
 }  // namespace pxhost

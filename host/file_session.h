@@ -35,4 +35,9 @@ class FileSession {
   std::unique_ptr<HostSession> session_;
 };
 
+// Asks the plug-in for the swatch packet of the file behind an open session:
+// the filter call, then the XMP request. The packet's bytes, or false with
+// the reason a person reads (the reader's own diagnosis of a refused file).
+bool RequestSwatchPacket(FileSession& opened, std::string* packet, std::string* reason);
+
 }  // namespace pxhost
