@@ -20,6 +20,10 @@ SIZES = {"normal": 128, "large": 256}
 REFUSED = {"truncated.sxf"}
 
 failures = []
+# Written before this test installs the package and removed once it is purged:
+# a package found installed with this mark is what an interrupted run (a
+# machine stopped mid-test) left behind, not a user's install.
+MARK = Path("/var/tmp/qlformat-integration.installed")
 
 
 def check(ok, what):
@@ -219,6 +223,9 @@ def main():
     parser.add_argument("--keep", help="copy the thumbnails made into this folder")
     args = parser.parse_args()
 
+    if installed("qlformat") and MARK.exists():
+        print("integration: purging the package an interrupted run left installed", flush=True)
+        apt("purge", "qlformat")
     if installed("qlformat"):
         print("integration: qlformat is already installed; this test installs and purges its own", file=sys.stderr)
         return 2
@@ -231,6 +238,7 @@ def main():
     os.environ.update(HOME=str(work / "home"), XDG_DATA_HOME=str(work / "home/data"))
     try:
         print(f"integration: installing {args.deb.name}", flush=True)
+        MARK.touch()
         apt("install", str(args.deb.resolve()))
         files = samples(args.root, work, args.pdf)
         check_mime(args.root, work)
@@ -242,6 +250,8 @@ def main():
     finally:
         if installed("qlformat"):
             apt("purge", "qlformat")
+        if not installed("qlformat"):
+            MARK.unlink(missing_ok=True)
         shutil.rmtree(work, ignore_errors=True)
     left = [p for p in ("/usr/bin/pxhost", "/usr/lib/qlformat", "/usr/share/thumbnailers/qlformat.thumbnailer",
                         "/usr/share/mime/packages/qlformat.xml", "/usr/share/mime/application/x-swatch-exchange.xml")
