@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
+#include "host/batch.h"
 #include "host/commands.h"
 #include "host/file_session.h"
 #include "host/input_files.h"
@@ -14,19 +15,20 @@ namespace {
 
 int Identify(PluginMainProc entry, const InputOptions& o) {
   Report report(o.json);
-  for (const std::string& file : ExpandInputs(o, report)) {
+  auto identify = [entry](size_t, const std::string& file, Report& report) {
     SessionOptions options;
     options.fileType = pixmere::FourCC("SXF ");
     FileSession opened(entry, file, options);
     if (opened.session() == nullptr) {
       report.Refused(file, opened.Error());
-      continue;
+      return;
     }
     int16_t result = opened.session()->Call(pixmere::kSelectorFilterFile);
     bool swatch = result == 0;
     report.Done(file, {{"swatchExchangeFile", swatch}, {"code", result}},
                 file + ": " + (swatch ? "swatch exchange file" : "vector file"));
-  }
+  };
+  RunBatch(ExpandInputs(o, report), Jobs(o), report, identify);
   return report.ExitCode();
 }
 

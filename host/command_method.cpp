@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
+#include "host/batch.h"
 #include "host/commands.h"
 #include "host/file_session.h"
 #include "host/input_files.h"
@@ -51,7 +52,7 @@ int Method(PluginMainProc entry, const InputOptions& o) {
     return kExitRefused;
   }
   auto* suite = static_cast<const pixmere::QLRenderingMethodSuite*>(procs);
-  for (const std::string& file : files) {
+  auto ask = [suite](size_t, const std::string& file, Report& report) {
     int32_t method = 0;
     int32_t err = suite->GetQLRenderingMethodForFile(file.c_str(), &method);
     if (err == pixmere::kQLErrKXEC) {
@@ -64,7 +65,8 @@ int Method(PluginMainProc entry, const InputOptions& o) {
       report.Done(file, {{"method", MethodName(method)}, {"code", method}},
                   file + ": " + MethodName(method));
     }
-  }
+  };
+  RunBatch(files, Jobs(o), report, ask);
   registry.Release(pixmere::kQLRenderingMethodSuite, pixmere::kQLRenderingMethodSuiteVersion);
   return report.ExitCode();
 }

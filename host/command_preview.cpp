@@ -6,6 +6,7 @@
 #include <set>
 
 #include "host/atomic_output.h"
+#include "host/batch.h"
 #include "host/commands.h"
 #include "host/file_session.h"
 #include "host/image_io.h"
@@ -63,15 +64,20 @@ int Preview(PluginMainProc entry, const PreviewOptions& o) {
       return report.ExitCode();
     }
   }
+  // Names are given in input order before any work, so a run on several
+  // workers names every preview as a serial run does.
+  std::vector<std::string> targets;
   std::set<std::string> used;
-  for (const std::string& file : files) {
+  for (const std::string& file : files)
+    targets.push_back(toFolder ? TargetInFolder(out, file, &used) : out);
+  auto preview = [&](size_t index, const std::string& file, Report& report) {
     SessionOptions options;
     options.previewOpen = true;
     FileSession opened(entry, file, options);
     HostSession* session = opened.session();
     if (session == nullptr) {
       report.Refused(file, opened.Error());
-      continue;
+      return;
     }
     int16_t result = session->Call(pixmere::kSelectorReadStart);
     if (result == 0) result = session->Call(pixmere::kSelectorReadContinue);
@@ -80,10 +86,10 @@ int Preview(PluginMainProc entry, const PreviewOptions& o) {
     session->Call(pixmere::kSelectorReadFinish);  // the plug-in gives back its suites
     if (!delivered) {
       report.Refused(file, PreviewRefusal(opened.Descriptor(), result));
-      continue;
+      return;
     }
     RgbImage image{call.right - call.left, call.bottom - call.top, std::move(call.pixels)};
-    std::string target = toFolder ? TargetInFolder(out, file, &used) : out;
+    const std::string& target = targets[index];
     std::string bytes;
     std::string err = EncodeImage(target, image, &bytes);
     AtomicOutput output;
@@ -91,13 +97,14 @@ int Preview(PluginMainProc entry, const PreviewOptions& o) {
       err = output.Error();
     if (!err.empty()) {
       report.OutputFailed(target, err);
-      continue;
+      return;
     }
     report.Done(file, {{"width", image.width}, {"height", image.height}, {"output", target}},
                 target == "-" ? ""
                               : file + ": " + std::to_string(image.width) + "x" +
                                     std::to_string(image.height) + " -> " + target);
-  }
+  };
+  RunBatch(files, Jobs(o.inputs), report, preview);
   return report.ExitCode();
 }
 

@@ -49,6 +49,11 @@ void AddInputOptions(CLI::App& command, InputOptions* options, bool json) {
                   "with -r, only files with these extensions (comma separated)")
       ->delimiter(',')
       ->allow_extra_args(false);  // one value a time: what follows is a file
+  command
+      .add_option("-j,--jobs", options->jobs,
+                  "files done at once, by as many worker processes (default: one per "
+                  "processor); the output keeps the files' order")
+      ->check(CLI::PositiveNumber);
 }
 
 int RunPxhost(int argc, const char* const* argv) {

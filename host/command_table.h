@@ -36,8 +36,9 @@ struct InputOptions {
   bool recursive = false;
   bool followLinks = false;
   std::vector<std::string> extensions;
+  int jobs = 0;  // worker processes; 0: one per processor
 };
-// Adds FILE..., --json, -r, -L and --ext to a command.
+// Adds FILE..., --json, -r, -L, --ext and -j to a command.
 void AddInputOptions(CLI::App& command, InputOptions* options, bool json = true);
 
 }  // namespace pxhost

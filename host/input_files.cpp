@@ -1,5 +1,8 @@
 #include "host/input_files.h"
 
+#include <sched.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
@@ -59,6 +62,14 @@ std::vector<std::string> ExpandInputs(const InputOptions& options, Report& repor
       files.push_back(file);
   }
   return files;
+}
+
+int Jobs(const InputOptions& options) {
+  if (options.jobs > 0) return options.jobs;
+  cpu_set_t set;
+  if (sched_getaffinity(0, sizeof set, &set) == 0 && CPU_COUNT(&set) > 0) return CPU_COUNT(&set);
+  long n = sysconf(_SC_NPROCESSORS_ONLN);
+  return n > 0 ? int(n) : 1;
 }
 
 }  // namespace pxhost

@@ -16,4 +16,8 @@ namespace pxhost {
 // followed only with followLinks. A folder that cannot be walked is reported.
 std::vector<std::string> ExpandInputs(const InputOptions& options, Report& report);
 
+// The worker processes -j asks for; without it, the processors this process
+// may run on.
+int Jobs(const InputOptions& options);
+
 }  // namespace pxhost

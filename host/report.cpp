@@ -20,23 +20,26 @@ void Report::Done(const std::string& file, const nlohmann::json& result, const s
   std::fflush(stdout);
 }
 
-void Report::Failed(const std::string& file, const std::string& reason) {
+void Report::Failed(const std::string& file, const std::string& reason, int exitCode) {
   // Standard output first, so a reader of both streams sees them in order.
   if (json_) {
     std::fputs(JsonLine({{"file", file}, {"ok", false}, {"error", reason}}).c_str(), stdout);
     std::fflush(stdout);
   }
   ErrorLine(file, reason);
+  Include(exitCode);
 }
 
 void Report::Refused(const std::string& file, const std::string& reason) {
-  Failed(file, reason);
-  if (exit_ == kExitOk) exit_ = kExitRefused;
+  Failed(file, reason, kExitRefused);
 }
 
 void Report::OutputFailed(const std::string& file, const std::string& reason) {
-  Failed(file, reason);
-  exit_ = kExitUsage;
+  Failed(file, reason, kExitUsage);
+}
+
+void Report::Unexpected(const std::string& file, const std::string& reason) {
+  Failed(file, reason, kExitUsage);
 }
 
 }  // namespace pxhost

@@ -24,12 +24,16 @@ class Report {
   void Refused(const std::string& file, const std::string& reason);
   // An output that could not be written: exit code 2.
   void OutputFailed(const std::string& file, const std::string& reason);
+  // Work on a file that stopped on something unexpected: exit code 2.
+  void Unexpected(const std::string& file, const std::string& reason);
+  // Folds in the exit code of a file reported elsewhere (by a worker).
+  void Include(int exitCode) { exit_ = exitCode > exit_ ? exitCode : exit_; }
 
   int ExitCode() const { return exit_; }
   bool Json() const { return json_; }
 
  private:
-  void Failed(const std::string& file, const std::string& reason);
+  void Failed(const std::string& file, const std::string& reason, int exitCode);
   bool json_;
   int exit_ = kExitOk;
 };

@@ -1,6 +1,8 @@
 // pxhost's contract, driven through the real binary: the same exit codes and
 // error lines for every command, JSON Lines, standard input, folder walks,
 // and the faults users ran into.
+#include <pty.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -238,15 +240,112 @@ TEST(PxhostContract, HostilePathsAreReported) {
   r = Pxhost("identify /tmp/" + longName);
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(Has(r, "file name too long")) << r.out;
-  if (geteuid() != 0) {  // root reads every folder
-    fs::path locked = fs::path(page.path()).parent_path() / "locked";
-    fs::create_directories(locked);
-    fs::permissions(locked, fs::perms::none);
-    r = Pxhost("preview " + page.path() + " -o " + (locked / "x/").string());
-    EXPECT_EQ(r.status, 2);
-    EXPECT_TRUE(Has(r, "permission denied")) << r.out;
-    fs::permissions(locked, fs::perms::owner_all);
+}
+
+// What the file system refuses a user: root reads and writes everywhere, so
+// as root the commands run as nobody.
+TEST(PxhostContract, PermissionDenied) {
+  std::string as = geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "";
+  if (!as.empty() && qltest::Shell(as + QL_PXHOST + " --version").status != 0)
+    GTEST_SKIP() << "cannot run pxhost as nobody";
+  qltest::DiskFile page("page.ps", Vector(2, 2));
+  fs::path dir = fs::path(page.path()).parent_path();
+  fs::permissions(dir, fs::perms::all);  // nobody may reach the files
+  fs::permissions(page.path(), fs::perms::owner_read | fs::perms::others_read);
+  fs::path locked = dir / "locked";
+  fs::create_directories(locked);
+  fs::permissions(locked, fs::perms::none);
+  qltest::DiskFile secret("secret.sxf", "SXFF");
+  fs::permissions(secret.path(), fs::perms::none);
+  Outcome r =
+      qltest::Shell(as + QL_PXHOST + " preview " + page.path() + " -o " + (locked / "x/").string());
+  EXPECT_EQ(r.status, 2);
+  EXPECT_TRUE(Has(r, (locked / "x/").string() + ": cannot make the folder: permission denied"))
+      << r.out;
+  fs::permissions(fs::path(secret.path()).parent_path(), fs::perms::all);
+  r = qltest::Shell(as + QL_PXHOST + " identify " + secret.path() + " " + page.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out,
+            "pxhost: " + secret.path() + ": permission denied\n" + page.path() + ": vector file\n");
+  fs::permissions(locked, fs::perms::owner_all);
+}
+
+// -j: the same lines, exit code and files as a serial run, in input order.
+TEST(PxhostContract, ParallelRunsMatchSerialRuns) {
+  qltest::DiskFile anchor("anchor", "");
+  fs::path dir = fs::path(anchor.path()).parent_path() / "in";
+  fs::create_directories(dir / "a");
+  fs::create_directories(dir / "b");
+  for (int k = 0; k < 6; ++k)
+    std::ofstream(dir / ("a/p" + std::to_string(k) + ".ps")) << Vector(3 + k, 2);
+  std::ofstream(dir / "b/p1.ps") << Vector(7, 7);  // a name met again: p1-2.png
+  std::ofstream(dir / "b/plain.ps") << "%!PS-Adobe-3.0\nshowpage\n";
+  fs::copy_file(kSwatches, dir / "b/book.sxf");
+  fs::copy_file(kTruncated, dir / "b/cut.sxf");
+  std::string inputs = "-r " + dir.string() + " " + (dir / "missing.ps").string();
+  for (std::string command : {"identify --json", "method", "preview -o OUT/"}) {
+    std::vector<Outcome> runs;
+    std::vector<std::vector<std::string>> written;
+    for (const char* jobs : {"-j 1", "-j 3"}) {
+      fs::path out = dir.parent_path() / (std::string("out") + jobs[3]);
+      std::string c = command;
+      if (auto at = c.find("OUT"); at != std::string::npos) c.replace(at, 3, out.string());
+      runs.push_back(Pxhost(c + " " + jobs + " " + inputs + " 2>&1"));
+      written.emplace_back();
+      if (fs::exists(out))
+        for (const auto& e : fs::directory_iterator(out))
+          written.back().push_back(e.path().filename().string() + ":" +
+                                   std::to_string(fs::file_size(e.path())));
+      std::sort(written.back().begin(), written.back().end());
+    }
+    EXPECT_EQ(runs[0].status, 1) << command;
+    EXPECT_EQ(runs[1].status, runs[0].status) << command;
+    std::string serial = runs[0].out;
+    if (command[0] == 'p') {
+      // The folder's name differs between the runs.
+      for (Outcome& r : runs)
+        for (size_t at; (at = r.out.find("/out")) != std::string::npos;) r.out.erase(at, 5);
+    }
+    EXPECT_EQ(runs[1].out, runs[0].out) << command;
+    EXPECT_EQ(written[1], written[0]) << command;
+    EXPECT_TRUE(Has(runs[0], "missing.ps")) << command;
   }
+}
+
+// Standard error, when a terminal: what pxhost prints there.
+std::string OnATerminal(const std::string& command) {
+  int terminal = -1;
+  pid_t pid = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (pid == 0) {
+    execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  std::string seen;
+  char buffer[4096];
+  for (ssize_t n; (n = read(terminal, buffer, sizeof buffer)) > 0;) seen.append(buffer, size_t(n));
+  close(terminal);
+  waitpid(pid, nullptr, 0);
+  return seen;
+}
+
+// A progress line on a terminal once a run takes over a second, erased at
+// the end; none on a short run, and none when standard error is a pipe.
+TEST(PxhostContract, ProgressOnlyOnALongRunOnATerminal) {
+  std::string names = std::string(QL_SOURCE_DIR) + "/samples/swatches/names.sxf";
+  // The middle file is standard input, which arrives after a second and a half.
+  std::string slow = "(sleep 1.5; cat " + kSwatches + ") | " + QL_PXHOST + " identify " +
+                     kSwatches + " - " + names;
+  for (const char* jobs : {" -j 1", " -j 2"}) {
+    std::string seen = OnATerminal(slow + jobs + " >/dev/null");
+    size_t line = seen.rfind(" of 3 files");
+    EXPECT_NE(line, std::string::npos) << jobs << seen;
+    EXPECT_NE(seen.find("\r\033[K", line), std::string::npos) << jobs;  // erased
+    Outcome piped = qltest::Shell(slow + jobs + " 2>&1 >/dev/null | cat");
+    EXPECT_EQ(piped.out, "") << jobs;
+  }
+  EXPECT_EQ(
+      OnATerminal(std::string(QL_PXHOST) + " identify " + kSwatches + " " + names + " >/dev/null"),
+      "");
 }
 
 }  // namespace
