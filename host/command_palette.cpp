@@ -2,8 +2,11 @@
 // in the palette formats of paint, layout and web programs, from the packet
 // the plug-in hands the host.
 #include <CLI/CLI.hpp>
+#include <cstring>
 #include <filesystem>
 #include <memory>
+
+#include <unistd.h>
 
 #include "host/atomic_output.h"
 #include "host/commands.h"
@@ -11,6 +14,9 @@
 #include "host/palette_formats.h"
 #include "host/report.h"
 #include "sdk/host_types.h"
+#include "swatchbook/vantor_swatch_book.h"
+#include "swatchio/data_filter_stream.h"
+#include "swatchio/sxf_reader.h"
 
 namespace pxhost {
 namespace {
@@ -21,6 +27,29 @@ struct PaletteOptions {
   std::string out = "-";
   bool json = false;
 };
+
+// The colour entries of the open file fd that the plug-in's reader steps over
+// because it does not know their colour model: they make no swatch, so the
+// packet never lists them. Read again with that reader, they are added as
+// swatches that cannot be shown, named, with the model's code as stored.
+void AddSteppedOverEntries(int fd, std::vector<DisplaySwatch>* swatches) {
+  VantorSwatchBook book;
+  DataFilterStream stream(fd);
+  SXFReader reader;
+  if (reader.Parse(book, stream, 0) == kSXFParsed)
+    for (const SXFReader::SteppedOver& e : reader.SteppedOverEntries()) {
+      DisplaySwatch s;
+      s.name.assign(size_t(e.name.GetUTF8(nullptr)), '\0');
+      e.name.GetUTF8(reinterpret_cast<unsigned char*>(s.name.data()));
+      s.name.resize(std::strlen(s.name.c_str()));
+      for (int shift = 24; shift >= 0; shift -= 8) {
+        unsigned char c = (e.model >> shift) & 0xFF;
+        s.model += c >= 0x20 && c < 0x7F ? char(c) : '?';
+      }
+      swatches->push_back(std::move(s));
+    }
+  ::lseek(fd, 0, SEEK_SET);
+}
 
 int Palette(PluginMainProc entry, const PaletteOptions& o) {
   Report report(o.json);
@@ -43,11 +72,15 @@ int Palette(PluginMainProc entry, const PaletteOptions& o) {
     report.Refused(o.file, error);
     return report.ExitCode();
   }
+  AddSteppedOverEntries(opened.Descriptor(), &swatches);
   int skipped = 0;
   for (const DisplaySwatch& s : swatches) {
     if (s.drawable) continue;
     ++skipped;
-    ErrorLine(o.file, "swatch \"" + s.name + "\" has no colour model; skipped");
+    ErrorLine(o.file, "swatch \"" + s.name + "\" has " +
+                          (s.model.empty() ? std::string("no colour model")
+                                           : "an unknown colour model (\"" + s.model + "\")") +
+                          "; skipped");
   }
   std::string name = o.file == "-" ? "stdin" : std::filesystem::path(o.file).stem().string();
   std::string text = o.format == "json"  ? PaletteJson(name, swatches)

@@ -117,7 +117,8 @@ KeltoSwatchbook::SwatchType MapType(uint16_t word) {
 // A colour entry (types 1 and 2) read from `in`. Returns 0, or kSXFTruncated
 // when a field runs past the data.
 SXFParseResult ReadColorEntry(KeltoSwatchbook& book, Cursor in, uint16_t type, int32_t flags,
-                              int32_t (&formats)[kModelCount]) {
+                              int32_t (&formats)[kModelCount],
+                              std::vector<SXFReader::SteppedOver>* steppedOver) {
   float tint = 0.0f;
   if (type == kBlockColorWithTint && !in.TakeFloat(&tint)) return kSXFTruncated;
   XMLString name;
@@ -126,7 +127,10 @@ SXFParseResult ReadColorEntry(KeltoSwatchbook& book, Cursor in, uint16_t type, i
     return kSXFTruncated;
   int m = 0;
   while (m < kModelCount && kModels[m].code != code) ++m;
-  if (m == kModelCount) return kSXFParsed;  // unknown model: no swatch, the block is stepped over
+  if (m == kModelCount) {  // unknown model: no swatch, the block is stepped over
+    steppedOver->push_back({std::move(name), code});
+    return kSXFParsed;
+  }
   if (formats[m] < 0) {
     formats[m] = book.AddFormat();
     book.SetFormatEncoding(formats[m], KeltoSwatchbook::kEncodingDouble);
@@ -254,6 +258,7 @@ int32_t SXFReader::Check(KeltoSwatchbookStream& stream, int32_t& unknownBlocks) 
 
 int32_t SXFReader::Parse(KeltoSwatchbook& book, KeltoSwatchbookStream& stream, int32_t flags) {
   failedBlock_ = 0;
+  steppedOver_.clear();
   if (!stream.IsValid()) return kSXFUnreadable;
   KeltoSwatchbookHeap file(1, kFileHeapBytes, kFileHeapBytes);
   if (!file.InflateFromStream(stream) || file.GetData(0) == nullptr) return kSXFUnreadable;
@@ -285,7 +290,9 @@ int32_t SXFReader::Parse(KeltoSwatchbook& book, KeltoSwatchbookStream& stream, i
         break;
       case kBlockColor:
       case kBlockColorWithTint:
-        if (int32_t r = ReadColorEntry(book, body, type, flags, formats); r != kSXFParsed) return r;
+        if (int32_t r = ReadColorEntry(book, body, type, flags, formats, &steppedOver_);
+            r != kSXFParsed)
+          return r;
         break;
     }
     if (!in.Skip(length)) return kSXFTruncated;

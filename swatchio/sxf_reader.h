@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "swatchbook/kelto_swatchbook.h"
 #include "swatchbook/kelto_swatchbook_heap.h"
@@ -33,8 +34,18 @@ class SXFReader {
   // that runs past the end, 0 when the header itself is cut short.
   uint32_t FailedBlock() const { return failedBlock_; }
 
+  // A colour entry the last Parse stepped over because the reader does not
+  // know its colour model: such an entry makes no swatch, so whoever shows a
+  // file's colours can say what was left out.
+  struct SteppedOver {
+    XMLString name;
+    uint32_t model;  // the four-character code as stored
+  };
+  const std::vector<SteppedOver>& SteppedOverEntries() const { return steppedOver_; }
+
  private:
   uint32_t failedBlock_ = 0;
+  std::vector<SteppedOver> steppedOver_;
   XMLString name_;
   KeltoSwatchbookHeap heap_;
 };

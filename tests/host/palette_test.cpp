@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "tests/support/fixture_file.h"
+#include "tools/sxfwrite/sxf_writer.h"
 
 namespace {
 
@@ -163,6 +164,36 @@ TEST(Palette, Contract) {
   std::string named = PxhostOut("palette " + kNames).out;
   named.replace(named.find("Name: names"), 11, "Name: stdin");
   EXPECT_EQ(PxhostOut("palette - < " + kNames).out, named);
+}
+
+// A colour entry in a model the reader does not know makes no swatch: the
+// palette names it on standard error, counts it, and writes the others.
+TEST(Palette, UnknownModelsAreNamedAndCounted) {
+  std::string sxf, error;
+  ASSERT_TRUE(sxfwrite::BuildSxf(nlohmann::json::parse(R"({"blocks": [
+      {"group": "Brand"},
+      {"swatch": "Red", "model": "RGB ", "values": [1, 0, 0]},
+      {"swatch": "Teinte étrange", "model": "HSV ", "values": [0.5, 0.5, 0.5]},
+      {"groupEnd": true},
+      {"swatch": "Ink", "model": "CMYK", "values": [0, 1, 1, 0], "type": 1}]})"),
+                                 &sxf, &error))
+      << error;
+  qltest::DiskFile book("odd.sxf", sxf);
+  std::string out = (fs::path(book.path()).parent_path() / "odd.json").string();
+  Outcome r = qltest::Shell(std::string(QL_PXHOST) + " palette -f json --json " + book.path() +
+                            " -o " + out);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find(book.path() + ": swatch \"Teinte étrange\" has an unknown colour model "
+                                     "(\"HSV \"); skipped\n"),
+            std::string::npos)
+      << r.out;
+  EXPECT_NE(r.out.find(book.path() + ": 1 swatch skipped, 2 written\n"), std::string::npos);
+  EXPECT_NE(r.out.find("\"skipped\":1,\"swatches\":2"), std::string::npos);
+  std::ifstream in(out);
+  auto palette = nlohmann::json::parse(in);
+  EXPECT_EQ(palette["skipped"], 1);
+  ASSERT_EQ(palette["swatches"].size(), 2u);
+  EXPECT_EQ(palette["swatches"][1]["name"], "Ink");
 }
 
 }  // namespace

@@ -164,6 +164,27 @@ TEST(Pxhost, OutputsAreAtomic) {
   EXPECT_TRUE(fs::exists(dir / "pages/page-1.jpg"));
 }
 
+// A device that fills up mid-write (a 16 KiB tmpfs, mounted where the
+// machine lets the test mount one) fails the run and keeps nothing: neither
+// the packet nor the pages nor a temporary file.
+TEST(Pxhost, AFullDeviceKeepsNothing) {
+  qltest::DiskFile anchor("anchor", "");
+  fs::path small = fs::path(anchor.path()).parent_path() / "small";
+  fs::create_directories(small);
+  if (qltest::Shell("mount -t tmpfs -o size=16k qlformat-test " + small.string() + " 2>&1")
+          .status != 0)
+    GTEST_SKIP() << "mounting a tmpfs needs root";
+  // A packet of about 90 KB.
+  std::string swatches = std::string(QL_SOURCE_DIR) + "/samples/swatches/palette.sxf";
+  Outcome r = Pxhost("xmp " + swatches + " -o " + (small / "packet.xmp").string() + " --pages " +
+                     (small / "pages").string());
+  std::vector<std::string> left = Listing(small);
+  qltest::Shell("umount " + small.string());
+  EXPECT_EQ(r.status, 2) << r.out;
+  EXPECT_NE(r.out.find(": no space left on device"), std::string::npos) << r.out;
+  EXPECT_TRUE(left.empty() || left == std::vector<std::string>{"pages"}) << left.size();
+}
+
 // An installed copy finds the module relative to itself, in the prefix's
 // module folder, and a moved prefix still works; the environment and --plugin
 // override it.
