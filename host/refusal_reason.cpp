@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <string_view>
+#include <vector>
 
 #include "swatchbook/vantor_swatch_book.h"
 #include "swatchio/data_filter_stream.h"
@@ -60,16 +62,19 @@ std::string SwatchRefusal(int fd, int16_t result) {
 std::string PreviewRefusal(int fd, int16_t result) {
   // The marker's presence alone: whatever follows it is the plug-in's to judge.
   static constexpr std::string_view kMarker = "%QL7_Thumbnail:";
+  constexpr size_t kCarry = kMarker.size() - 1;  // a marker across two reads is found
+  std::vector<char> buffer(kCarry + (512u << 10));
   bool marked = false;
-  std::string window;  // the tail of the last chunk, so a marker across two is found
-  char chunk[64 * 1024];
+  size_t have = 0;
   for (off_t at = 0; !marked;) {
-    ssize_t n = ::pread(fd, chunk, sizeof chunk, at);
+    ssize_t n = ::pread(fd, buffer.data() + have, buffer.size() - have, at);
     if (n <= 0) break;
     at += n;
-    window.append(chunk, size_t(n));
-    marked = window.find(kMarker) != std::string::npos;
-    window.erase(0, window.size() - std::min(window.size(), kMarker.size() - 1));
+    have += size_t(n);
+    marked = memmem(buffer.data(), have, kMarker.data(), kMarker.size()) != nullptr;
+    size_t keep = std::min(have, kCarry);
+    std::memmove(buffer.data(), buffer.data() + have - keep, keep);
+    have = keep;
   }
   return WithResult(marked ? "embedded preview damaged" : "no embedded preview", result);
 }

@@ -10,6 +10,7 @@
 // files add fields the reader steps over.
 #include "swatchio/sxf_reader.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <vector>
@@ -173,6 +174,31 @@ SXFParseResult ReadColorEntry(KeltoSwatchbook& book, Cursor in, uint16_t type, i
   return kSXFParsed;
 }
 
+// A stream that first gives back bytes already read from another, then
+// reads on from it.
+class ReplayedStream : public KeltoSwatchbookStream {
+ public:
+  ReplayedStream(const char* head, int32_t size, KeltoSwatchbookStream& rest)
+      : head_(head), size_(size), rest_(rest) {}
+  int32_t IsValid() const override { return rest_.IsValid(); }
+  int32_t IsReading() const override { return rest_.IsReading(); }
+  int32_t Write(const char*, int32_t) override { return 0; }
+  int32_t Read(char* buffer, int32_t count) override {
+    int32_t given = std::min(count, size_ - used_);
+    if (given > 0) std::memcpy(buffer, head_ + used_, size_t(given));
+    given = std::max(given, int32_t(0));
+    used_ += given;
+    if (given == count) return given;
+    return given + std::max(rest_.Read(buffer + given, count - given), int32_t(0));
+  }
+
+ private:
+  const char* head_;
+  int32_t size_;
+  int32_t used_ = 0;
+  KeltoSwatchbookStream& rest_;
+};
+
 // Checks the 12-byte header; returns 0 and the block count, or the result code.
 SXFParseResult ReadHeader(Cursor& in, uint32_t* count) {
   uint32_t signature = 0, version = 0;
@@ -239,8 +265,15 @@ SXFReader::SXFReader() : heap_(1, kFileHeapBytes, kFileHeapBytes) {}
 int32_t SXFReader::Check(KeltoSwatchbookStream& stream, int32_t& unknownBlocks) {
   unknownBlocks = 0;
   if (!stream.IsValid()) return 0;
+  // Nearly every file the host asks about is a drawing, not a swatch file:
+  // its first four bytes settle that without loading a file that may be
+  // gigabytes long. A file that passes is loaded whole, those bytes first.
+  char signature[4];
+  int32_t got = std::max(stream.Read(signature, 4), int32_t(0));
+  if (got == 4 && Get32(signature) != kSignature) return 0;
+  ReplayedStream rest(signature, got, stream);
   KeltoSwatchbookHeap file(1, kFileHeapBytes, kFileHeapBytes);
-  if (!file.InflateFromStream(stream) || file.GetData(0) == nullptr) return 0;
+  if (!file.InflateFromStream(rest) || file.GetData(0) == nullptr) return 0;
   Cursor in(file.GetData(0), file.GetData(0) + file.GetSize());
   uint32_t count = 0;
   if (ReadHeader(in, &count) != kSXFParsed) return 0;

@@ -169,6 +169,32 @@ TEST(ThumbnailSearch, WhereTheKeywordIsFound) {
     EXPECT_EQ(Decode(f, false).ok, 0) << f.size();
 }
 
+// The search reads the file in large blocks and must find exactly what
+// fillings 156 bytes apart would: a keyword on either side of a block's end
+// or across it, and at the file's end only inside a complete filling.
+TEST(ThumbnailSearch, LargeFilesAsFillingsWouldSeeThem) {
+  const std::string keyword = "%QL7_Thumbnail: 3 2 8\n";
+  const size_t block = 256 * 1024;
+  // The pixel data is read on from where the keyword's filling ends.
+  const std::string preview = Block("2 1 24", "%0A0B0C\n% 0d 0E\t0F").substr(15);
+  for (size_t at : {block - 400, block - 256, block - 156, block - 10, block, block + 155,
+                    2 * block - 300, 3 * block + 1}) {
+    // A decoy first: the keyword without its colon.
+    std::string file(at, '.');
+    file.replace(at / 2, 14, "%QL7_Thumbnail");
+    Decoded d = Decode(file + preview);
+    EXPECT_EQ(std::tuple(d.ok, d.width, d.height), std::tuple(1, 2, 1)) << "keyword at " << at;
+    EXPECT_EQ(d.pixels, (std::vector<uint8_t>{10, 11, 12, 13, 14, 15})) << "keyword at " << at;
+  }
+  for (size_t tail = 0; tail < 300; tail += 7) {
+    std::string file(block + 1000, '.');
+    size_t at = file.size();
+    file += keyword + std::string(tail, '.');
+    bool whole = at / 156 * 156 + 256 <= file.size();
+    EXPECT_EQ(Decode(file, false).ok, whole ? 1 : 0) << "tail " << tail;
+  }
+}
+
 }  // namespace
 
 namespace {
