@@ -63,18 +63,21 @@ std::string PreviewRefusal(int fd, int16_t result) {
   // The marker's presence alone: whatever follows it is the plug-in's to judge.
   static constexpr std::string_view kMarker = "%QL7_Thumbnail:";
   constexpr size_t kCarry = kMarker.size() - 1;  // a marker across two reads is found
-  std::vector<char> buffer(kCarry + (512u << 10));
+  // Reads land 64 bytes into the buffer, the carried bytes just before them:
+  // the kernel copies into an aligned destination several times faster.
+  constexpr size_t kReadAt = 64;
+  std::vector<char> buffer(kReadAt + (512u << 10));
   bool marked = false;
-  size_t have = 0;
+  size_t carried = 0;
   for (off_t at = 0; !marked;) {
-    ssize_t n = ::pread(fd, buffer.data() + have, buffer.size() - have, at);
+    ssize_t n = ::pread(fd, buffer.data() + kReadAt, buffer.size() - kReadAt, at);
     if (n <= 0) break;
     at += n;
-    have += size_t(n);
-    marked = memmem(buffer.data(), have, kMarker.data(), kMarker.size()) != nullptr;
-    size_t keep = std::min(have, kCarry);
-    std::memmove(buffer.data(), buffer.data() + have - keep, keep);
-    have = keep;
+    const char* from = buffer.data() + kReadAt - carried;
+    size_t have = carried + size_t(n);
+    marked = memmem(from, have, kMarker.data(), kMarker.size()) != nullptr;
+    carried = std::min(have, kCarry);
+    std::memmove(buffer.data() + kReadAt - carried, from + have - carried, carried);
   }
   return WithResult(marked ? "embedded preview damaged" : "no embedded preview", result);
 }

@@ -14,6 +14,7 @@
 // and running out of data while decoding fails the decode.
 #include "thumbnail/ql_thumbnail.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
@@ -34,7 +35,11 @@ char buffer1[kScanBytes];
 // classic file shim's 64 KiB read-ahead, so the reads go to the system
 // directly, plus room for what a search keeps between blocks.
 constexpr int64_t kSearchBlockBytes = 512 * 1024;
-char gSearchBlock[kSearchBlockBytes];
+// Room before the block for the bytes a search keeps from the previous one
+// (at most 255 + 155), so every read lands on a 64-byte boundary: the
+// kernel's copy into an unaligned destination is several times slower.
+constexpr int64_t kSearchKeepRoom = 512;
+alignas(64) char gSearchBlock[kSearchKeepRoom + kSearchBlockBytes];
 int32_t bufPtr = 0;
 int32_t bufValid = 0;  // bytes of buffer1, from its start, that came from the file
 
@@ -147,12 +152,13 @@ int32_t QLThumbnail::ScanForString(const char* text) {
   if (length == 0 || length > size_t(kKeywordTokenMax)) return 0;
   const size_t anchor = RarestByte(text, length);
   stream_.Seek(1, 0);
-  char* block = gSearchBlock;
+  char* const readAt = gSearchBlock + kSearchKeepRoom;
+  char* block = readAt;  // the kept bytes, then what the last read gave
   int64_t base = 0;      // file offset of block[0]
   int64_t have = 0;      // bytes in the block
   int64_t searched = 0;  // block positions before this were searched
   for (bool end = false; !end;) {
-    int32_t want = int32_t(kSearchBlockBytes - have);
+    int32_t want = int32_t(kSearchBlockBytes - (block + have - readAt));
     int32_t got = stream_.Read(block + have, want);
     if (got < 0) got = 0;
     have += got;
@@ -181,9 +187,12 @@ int32_t QLThumbnail::ScanForString(const char* text) {
     if (last >= searched) searched = last + 1;
     // Keep what the next search needs: the unsearched tail, and the
     // kLastSearchPos bytes before it where its fillings may start.
-    int64_t keep = have - searched + kLastSearchPos;
+    // Never more than 255 + 155 bytes (searched is past have - kScanBytes);
+    // the bound keeps the copy inside the room whatever.
+    int64_t keep = std::min(have - searched + kLastSearchPos, kSearchKeepRoom);
     if (!end && keep < have) {
-      std::memmove(block, block + (have - keep), size_t(keep));
+      std::memmove(readAt - keep, block + (have - keep), size_t(keep));
+      block = readAt - keep;
       base += have - keep;
       searched -= have - keep;
       have = keep;
