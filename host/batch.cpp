@@ -173,13 +173,18 @@ class Pool {
         break;
       }
       int ready = poll(fds.data(), fds.size(), 250);
-      if (ready < 0 && errno != EINTR) break;
+      if (ready < 0 && errno != EINTR) {
+        // Workers that cannot be waited on are given up; the rest is done
+        // here (the branch above, once no worker is left).
+        for (Worker& w : workers_) Lost(w, "its worker could not be waited on");
+        continue;
+      }
       for (size_t k = 0; ready > 0 && k < fds.size(); ++k)
         if (fds[k].revents != 0) Receive(*owners[k]);
       Emit();
       progress_.Show(emitted_);
     }
-    for (Worker& w : workers_) Stop(w);
+    for (Worker& w : workers_) Lost(w, "its worker was stopped");
   }
 
  private:
@@ -245,28 +250,31 @@ class Pool {
     }
   }
 
+  // The worker's end of the socket closed: it ended, on a file or not.
   void Died(Worker& w) {
+    int status = Lost(w, "");
+    if (status < 0) return;
+    std::string how = WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
+                                          : "exit code " + std::to_string(WEXITSTATUS(status));
+    results_[w.index].failure = "the work on this file stopped its worker (" + how + ")";
+    if (next_ < files_.size() && Start(w)) Feed(w);
+  }
+
+  // Closes the worker's socket and waits for it. A file it was on fails with
+  // reason, or is left for the caller to fail when reason is empty: then the
+  // worker's wait status is returned, -1 when it was not on a file.
+  int Lost(Worker& w, const std::string& reason) {
+    if (w.socket < 0) return -1;
     close(w.socket);
     w.socket = -1;
     int status = 0;
     while (waitpid(w.pid, &status, 0) < 0 && errno == EINTR) {
     }
     w.pid = -1;
-    if (!w.busy) return;
-    std::string how = WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
-                                          : "exit code " + std::to_string(WEXITSTATUS(status));
-    results_[w.index].failure = "the work on this file stopped its worker (" + how + ")";
+    if (!w.busy) return -1;
     w.busy = false;
-    if (next_ < files_.size() && Start(w)) Feed(w);
-  }
-
-  void Stop(Worker& w) {
-    if (w.socket >= 0) close(w.socket);
-    w.socket = -1;
-    if (w.pid > 0)
-      while (waitpid(w.pid, nullptr, 0) < 0 && errno == EINTR) {
-      }
-    w.pid = -1;
+    if (!reason.empty()) results_[w.index].failure = reason;
+    return status;
   }
 
   // Writes the results that are next in input order.
