@@ -60,7 +60,7 @@ class Engine {
         height_(height),
         out_(out),
         appData_(appData),
-        bits_(out),
+        bits_(out, vector),
         vector_(vector) {}
 
   uint32_t Setup(const Desc& desc);  // kEncodeDone or why not

@@ -6,8 +6,8 @@
 // 1 so that it takes the longest code: dropping it afterwards guarantees that
 // no real code is all one bits. Lengths above 16 are then folded down pairwise
 // (adjust_bits) while the symbol order stays that of the unlimited lengths.
-// Codes are canonical. The packer holds bits left-aligned, writes whole 32-bit
-// words and stuffs a 0x00 after every 0xFF byte of the scan.
+// Codes are canonical. The packer gathers bits in a 64-bit word, stores it
+// whole once full and stuffs a 0x00 after every 0xFF byte of the scan.
 #include "jpeg/huffman.h"
 
 #include <algorithm>
@@ -18,38 +18,24 @@
 #include <emmintrin.h>
 #endif
 
+#include "jpeg/bits.h"
+#include "jpeg/vector.h"
+
 namespace ZJPEG {
 
 namespace {
 
 constexpr uint8_t kZRL = 0xF0;
 constexpr uint8_t kEOB = 0x00;
-// Worst-case bytes of one coded block are far above this; the word writer
-// re-checks, so the headroom only decides when the buffer is handed over.
-constexpr uint32_t kBlockHeadroom = 128;
-
-struct CategoryTables {
-  uint8_t lo[256];  // bit count of 0…255
-  uint8_t hi[256];  // bit count of (m >> 8) + 8, for m ≥ 256
-};
-
-constexpr CategoryTables BuildCategories() {
-  CategoryTables t{};
-  for (int i = 0; i < 256; ++i) {
-    int n = 0;
-    for (int v = i; v; v >>= 1) ++n;
-    t.lo[i] = static_cast<uint8_t>(n);
-    t.hi[i] = static_cast<uint8_t>(i ? n + 8 : 0);
-  }
-  return t;
-}
-
-constexpr CategoryTables kSiz = BuildCategories();
-
 // Low `size` bits of a coefficient as JPEG codes it: negative values as v − 1.
 inline uint32_t ValueBits(int32_t v, uint32_t size) {
   const uint32_t bits = static_cast<uint32_t>(v + (v >> 31));  // v − 1 when negative
   return bits & ((uint32_t{1} << size) - 1);
+}
+
+// Size category of a magnitude: its bit count, 0 for 0.
+inline uint32_t Size(uint32_t magnitude) {
+  return static_cast<uint32_t>(std::bit_width(magnitude));
 }
 
 // Bit k set when AC coefficient k (1…63) is nonzero.
@@ -71,18 +57,10 @@ inline uint64_t NonzeroMask(const int16_t* block) {
   return mask & ~uint64_t{1};  // the DC term is coded apart
 }
 
-inline bool HasFFByte(uint32_t w) {
-  const uint32_t x = ~w;  // a 0xFF byte of w is a zero byte of x
-  return ((x - 0x01010101u) & ~x & 0x80808080u) != 0;
-}
-
 }  // namespace
 
 uint8_t Category(uint32_t magnitude) {
-  // Both lookups, then a select: on noisy blocks the magnitudes straddle 256
-  // at random, and a branch there is mispredicted about as often as taken.
-  const uint8_t low = kSiz.lo[magnitude & 0xFF], high = kSiz.hi[(magnitude >> 8) & 0xFF];
-  return high ? high : low;
+  return static_cast<uint8_t>(Size(magnitude));
 }
 
 void FrameHuffman::code_size() {
@@ -224,39 +202,17 @@ void AddBlockToHuffman(const int16_t* block, int16_t& predictor, FrameHuffman& d
   if (run > 0) ++ac.frequency[kEOB];
 }
 
-void BitPacker::OutputOneDCT(const int16_t* block, int16_t& predictor, const FrameHuffman& dc,
-                             const FrameHuffman& ac) {
-  if (out_->capacity - out_->count < kBlockHeadroom) {
-    if (out_->failed) {
-      out_->count = 0;  // the sink takes nothing more: the bytes are dropped
-    } else {
-      out_->DumpBuffer();
-    }
-  }
+namespace {
 
-  // The held bits live in locals for the block: stores into the output
-  // buffer may alias any member, which would send every update through
-  // memory.
-  uint64_t acc = acc_;
-  uint32_t held = held_;
-  auto put = [&](uint32_t code, uint32_t length) {
-    if (length == 0) return;
-    // held < 32 and length ≤ 32: two shifts, each below 64.
-    acc |= (uint64_t{code} << (32 - length)) << (32 - held);
-    held += length;
-    if (held >= 32) {
-      WriteWord(static_cast<uint32_t>(acc >> 32));
-      acc <<= 32;
-      held -= 32;
-    }
-  };
-
+// The plain block coder: symbols straight from the coefficients.
+void CodeBlock(BitState& bits, const int16_t* block, int16_t& predictor, const FrameHuffman& dc,
+               const FrameHuffman& ac) {
   const int32_t diff = block[0] - predictor;
   predictor = block[0];
-  const uint32_t dcSize = Category(static_cast<uint32_t>(std::abs(diff)));
-  // Code (up to 16 bits) and value (up to 11) as one field, as for AC.
-  put((uint32_t{dc.codeBySymbol[dcSize]} << dcSize) | ValueBits(diff, dcSize),
-      dc.lengthBySymbol[dcSize] + dcSize);
+  const uint32_t dcSize = Size(static_cast<uint32_t>(std::abs(diff)));
+  // Code (up to 16 bits) and value bits as one field, as for AC.
+  bits.Put((uint32_t{dc.codeBySymbol[dcSize]} << dcSize) | ValueBits(diff, dcSize),
+           dc.lengthBySymbol[dcSize] + static_cast<int>(dcSize));
 
   // Walk the nonzero coefficients only: on flat areas most of a block is zero.
   uint64_t nonzero = NonzeroMask(block);
@@ -266,66 +222,73 @@ void BitPacker::OutputOneDCT(const int16_t* block, int16_t& predictor, const Fra
     nonzero &= nonzero - 1;
     int run = k - previous - 1;
     previous = k;
-    for (; run >= 16; run -= 16) put(ac.codeBySymbol[kZRL], ac.lengthBySymbol[kZRL]);
+    for (; run >= 16; run -= 16) bits.Put(ac.codeBySymbol[kZRL], ac.lengthBySymbol[kZRL]);
     const int32_t v = block[k];
-    const uint32_t size = Category(static_cast<uint32_t>(std::abs(v)));
+    const uint32_t size = Size(static_cast<uint32_t>(std::abs(v)));
     const uint32_t symbol = ((static_cast<uint32_t>(run) << 4) | size) & 0xFF;
-    const uint32_t length = ac.lengthBySymbol[symbol];
-    put((uint32_t{ac.codeBySymbol[symbol]} << size) | ValueBits(v, size), length + size);
+    bits.Put((uint32_t{ac.codeBySymbol[symbol]} << size) | ValueBits(v, size),
+             ac.lengthBySymbol[symbol] + static_cast<int>(size));
   }
-  if (previous != 63) put(ac.codeBySymbol[kEOB], ac.lengthBySymbol[kEOB]);
-  acc_ = acc;
-  held_ = held;
+  if (previous != 63) bits.Put(ac.codeBySymbol[kEOB], ac.lengthBySymbol[kEOB]);
+}
+
+}  // namespace
+
+template <uint32_t kMostBytes, typename Code>
+void BitPacker::Write(Code code) {
+  JPEGOutputStream& s = *out_;
+  if (s.capacity - s.count < kMostBytes && !s.failed) s.DumpBuffer();
+  // Straight into the stream's buffer when it has room for the most the
+  // coder can write; else (a small caller buffer, or a failed sink, which
+  // drops the bytes) into scratch, handed over byte by byte.
+  const bool direct = !s.failed && s.capacity - s.count >= kMostBytes;
+  uint8_t scratch[kMostBytes];
+  // The held bits live in locals: stores into the output buffer may alias
+  // any member, which would send every update through memory.
+  BitState bits{acc_, free_, direct ? s.buffer + s.count : scratch};
+  code(bits);
+  acc_ = bits.acc;
+  free_ = bits.free;
+  if (direct) {
+    s.count = static_cast<uint32_t>(bits.p - s.buffer);
+  } else {
+    for (const uint8_t* b = scratch; b < bits.p; ++b) s.PutByte(*b);
+  }
+}
+
+void BitPacker::OutputOneDCT(const int16_t* block, int16_t& predictor, const FrameHuffman& dc,
+                             const FrameHuffman& ac) {
+  Write<kBlockBytes>([&](BitState& bits) {
+    if (vector_) {
+      CodeBlockVector(bits, block, predictor, dc, ac);
+    } else {
+      CodeBlock(bits, block, predictor, dc, ac);
+    }
+  });
 }
 
 void BitPacker::Put(uint32_t code, uint32_t length) {
-  if (length == 0) return;
-  acc_ |= uint64_t{code} << (64 - held_ - length);
-  held_ += length;
-  if (held_ >= 32) {
-    WriteWord(static_cast<uint32_t>(acc_ >> 32));
-    acc_ <<= 32;
-    held_ -= 32;
-  }
-}
-
-void BitPacker::WriteWord(uint32_t w) {
-  JPEGOutputStream& s = *out_;
-  if (s.capacity - s.count >= 8) {
-    uint8_t* p = s.buffer + s.count;
-    if (!HasFFByte(w)) {
-      p[0] = static_cast<uint8_t>(w >> 24);
-      p[1] = static_cast<uint8_t>(w >> 16);
-      p[2] = static_cast<uint8_t>(w >> 8);
-      p[3] = static_cast<uint8_t>(w);
-      s.count += 4;
-      return;
-    }
-    for (int shift = 24; shift >= 0; shift -= 8) {
-      const uint8_t b = static_cast<uint8_t>(w >> shift);
-      *p++ = b;
-      if (b == 0xFF) *p++ = 0;
-    }
-    s.count = static_cast<uint32_t>(p - s.buffer);
+  if (static_cast<uint32_t>(free_) >= length) {
+    free_ -= static_cast<int>(length);
+    acc_ = (acc_ << length) | code;
     return;
   }
-  for (int shift = 24; shift >= 0; shift -= 8) WriteByte(static_cast<uint8_t>(w >> shift));
-}
-
-void BitPacker::WriteByte(uint8_t b) {
-  out_->PutByte(b);
-  if (b == 0xFF) out_->PutByte(0);
+  // One word: 8 bytes, 16 if every one is stuffed.
+  Write<16>([&](BitState& bits) { bits.Put(code, static_cast<int>(length)); });
 }
 
 void BitPacker::Flush() {
-  while (held_ >= 8) {
-    WriteByte(static_cast<uint8_t>(acc_ >> 56));
-    acc_ <<= 8;
-    held_ -= 8;
+  const int held = 64 - free_;
+  // Left-aligned, with zero bits after the last held one.
+  uint64_t word = held ? acc_ << free_ : 0;
+  for (int n = 0; n < held; n += 8) {
+    const uint8_t b = static_cast<uint8_t>(word >> 56);
+    word <<= 8;
+    out_->PutByte(b);
+    if (b == 0xFF) out_->PutByte(0);
   }
-  if (held_ > 0) WriteByte(static_cast<uint8_t>(acc_ >> 56));  // zero bits below
   acc_ = 0;
-  held_ = 0;
+  free_ = 64;
 }
 
 }  // namespace ZJPEG

@@ -42,25 +42,28 @@ uint8_t Category(uint32_t magnitude);
 void AddBlockToHuffman(const int16_t* block, int16_t& predictor, FrameHuffman& dc,
                        FrameHuffman& ac);
 
-// Entropy-coded output: whole 32-bit words with 0xFF00 stuffing, straight
-// into the stream's buffer.
+// Entropy-coded output with 0xFF00 stuffing, straight into the stream's
+// buffer: bits gather in a 64-bit word that is stored whole once full.
 class BitPacker {
  public:
-  explicit BitPacker(JPEGOutputStream* out) : out_(out) {}
-  // Codes one block; checks the stream for room first.
+  // `vector`: code blocks with the vector unit's help; the bytes are the same.
+  explicit BitPacker(JPEGOutputStream* out, bool vector = false) : out_(out), vector_(vector) {}
+  // Codes one block.
   void OutputOneDCT(const int16_t* block, int16_t& predictor, const FrameHuffman& dc,
                     const FrameHuffman& ac);
-  void Put(uint32_t code, uint32_t length);  // length 0…32
+  void Put(uint32_t code, uint32_t length);  // length 0…32, no bits above it
   // Whole bytes, then a last partial byte padded with zero bits; all stuffed.
   void Flush();
 
  private:
-  void WriteWord(uint32_t word);
-  void WriteByte(uint8_t b);
+  // Runs `code` on the held bits over room for kMostBytes.
+  template <uint32_t kMostBytes, typename Code>
+  void Write(Code code);
 
   JPEGOutputStream* out_;
-  uint64_t acc_ = 0;  // held bits, left-aligned at bit 63
-  uint32_t held_ = 0;
+  bool vector_;
+  uint64_t acc_ = 0;  // the low 64 − free_ bits are held, oldest highest
+  int free_ = 64;     // 0…64
 };
 
 }  // namespace ZJPEG

@@ -12,7 +12,9 @@
 // 16.16 reciprocals; quantisation runs in the transposed order the second
 // pass leaves and the zigzag reorder keeps the low 16 bits as the scalar cast
 // does.
+#include <bit>
 #include <cstdlib>
+#include <cstring>
 
 #include "jpeg/vector.h"
 
@@ -21,6 +23,8 @@
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
 #include <hwy/highway.h>
 
+#include "jpeg/bits.h"
+#include "jpeg/huffman.h"
 #include "jpeg/tables.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -263,6 +267,68 @@ void ConvertRow(const uint8_t* row, const size_t offsets[3], unsigned step, unsi
 }
 #endif  // HWY_TARGET == HWY_SCALAR
 
+void CodeBlock(BitState& state, const int16_t* block, int16_t& predictor, const FrameHuffman& dc,
+               const FrameHuffman& ac) {
+  constexpr uint32_t kZRL = 0xF0, kEOB = 0x00;
+  const hn::ScalableTag<int16_t> d;
+  const hn::RebindToUnsigned<decltype(d)> du;
+  const size_t lanes = hn::Lanes(d);
+  // Per coefficient: the magnitude (−32768 gives 32768, read unsigned) and
+  // the value bits JPEG codes, the low `size` bits of v, or of v − 1 when v
+  // is negative; all bits below the magnitude's top one are exactly those.
+  HWY_ALIGN uint16_t magnitude[64];
+  HWY_ALIGN uint16_t valueBits[64];
+  uint64_t nonzero = 0;
+  for (size_t i = 0; i < 64; i += lanes) {
+    const auto v = hn::LoadU(d, block + i);
+    const auto m = hn::BitCast(du, hn::Abs(v));
+    auto below = hn::Or(m, hn::ShiftRight<1>(m));
+    below = hn::Or(below, hn::ShiftRight<2>(below));
+    below = hn::Or(below, hn::ShiftRight<4>(below));
+    below = hn::Or(below, hn::ShiftRight<8>(below));
+    hn::Store(m, du, magnitude + i);
+    hn::Store(hn::And(hn::BitCast(du, hn::Add(v, hn::ShiftRight<15>(v))), below), du,
+              valueBits + i);
+    // One bit a lane, in whole bytes whose bits past the lanes are zero.
+    uint8_t maskBytes[8] = {};
+    hn::StoreMaskBits(d, hn::Ne(v, hn::Zero(d)), maskBytes);
+    uint64_t laneBits;
+    std::memcpy(&laneBits, maskBytes, 8);
+    nonzero |= laneBits << i;
+  }
+  nonzero &= ~uint64_t{1};  // the DC term is coded apart
+
+  // The held bits live in locals: stores into the output buffer may alias
+  // the caller's state.
+  BitState bits = state;
+  const int32_t diff = block[0] - predictor;
+  predictor = block[0];
+  const uint32_t dcSize =
+      static_cast<uint32_t>(std::bit_width(static_cast<uint32_t>(std::abs(diff))));
+  const uint32_t dcBits =
+      static_cast<uint32_t>(diff + (diff >> 31)) & ((uint32_t{1} << dcSize) - 1);
+  bits.Put((uint32_t{dc.codeBySymbol[dcSize]} << dcSize) | dcBits,
+           dc.lengthBySymbol[dcSize] + static_cast<int>(dcSize));
+
+  int previous = 0;
+  while (nonzero) {
+    const int k = std::countr_zero(nonzero);
+    nonzero &= nonzero - 1;
+    int run = k - previous - 1;
+    previous = k;
+    if (HWY_UNLIKELY(run >= 16)) {
+      for (; run >= 16; run -= 16) bits.Put(ac.codeBySymbol[kZRL], ac.lengthBySymbol[kZRL]);
+    }
+    // Nonzero, so the bit count is one more than the top bit's index.
+    const uint32_t size = 32 - static_cast<uint32_t>(__builtin_clz(magnitude[k]));
+    const uint32_t symbol = ((static_cast<uint32_t>(run) << 4) | size) & 0xFF;
+    bits.Put((uint32_t{ac.codeBySymbol[symbol]} << size) | valueBits[k],
+             ac.lengthBySymbol[symbol] + static_cast<int>(size));
+  }
+  if (previous != 63) bits.Put(ac.codeBySymbol[kEOB], ac.lengthBySymbol[kEOB]);
+  state = bits;
+}
+
 void DCTQuantBlocks(int16_t* blocks, size_t count, const QuantSlot& slot) {
   for (size_t b = 0; b < count; ++b) DCTQuant(blocks + b * 64, slot);
 }
@@ -278,6 +344,7 @@ namespace ZJPEG {
 HWY_EXPORT(DCTQuant);
 HWY_EXPORT(DCTQuantBlocks);
 HWY_EXPORT(ConvertRow);
+HWY_EXPORT(CodeBlock);
 
 bool VectorUnitPresent() {
   return (hwy::SupportedTargets() & HWY_TARGETS & ~int64_t{HWY_EMU128 | HWY_SCALAR}) != 0;
@@ -313,6 +380,11 @@ int DCTIntegerVector(int16_t* block, const QuantSlot& slot) {
 
 void DCTIntegerVectorBlocks(int16_t* blocks, size_t count, const QuantSlot& slot) {
   HWY_DYNAMIC_DISPATCH(DCTQuantBlocks)(blocks, count, slot);
+}
+
+void CodeBlockVector(BitState& bits, const int16_t* block, int16_t& predictor,
+                     const FrameHuffman& dc, const FrameHuffman& ac) {
+  HWY_DYNAMIC_DISPATCH(CodeBlock)(bits, block, predictor, dc, ac);
 }
 
 }  // namespace ZJPEG

@@ -12,6 +12,9 @@
 
 namespace ZJPEG {
 
+struct BitState;
+struct FrameHuffman;
+
 // True when the processor has a vector unit the build targets (beyond the
 // portable 128-bit emulation).
 bool VectorUnitPresent();
@@ -35,6 +38,11 @@ void ConvertRowYCbCrVector(const uint8_t* row, const size_t offsets[3], unsigned
 int DCTIntegerVector(int16_t* block, const QuantSlot& slot);
 // The same on `count` consecutive blocks: one dispatch for an MCU row.
 void DCTIntegerVectorBlocks(int16_t* blocks, size_t count, const QuantSlot& slot);
+
+// Codes one zigzag block (the plain coder's symbols and bits, the same
+// bytes): magnitudes, value bits and the nonzero mask computed in lanes.
+void CodeBlockVector(BitState& bits, const int16_t* block, int16_t& predictor,
+                     const FrameHuffman& dc, const FrameHuffman& ac);
 
 }  // namespace ZJPEG
 

@@ -206,7 +206,7 @@ void TimeStages(const Image& img, bool vector, double (&seconds)[kStages], size_
   ZJPEG::BufferRowMemoryRequester rows(img.rgb.data(), uint32_t(img.width) * 3,
                                        uint16_t(img.height));
   TimedStream out;
-  ZJPEG::BitPacker bits(&out);
+  ZJPEG::BitPacker bits(&out, vector);
   int32_t work[64];
   for (double& s : seconds) s = 0;
   auto lap = [](Clock::time_point& t0) {
