@@ -137,11 +137,14 @@ void FrameHuffman::adjust_bits() {
 }
 
 void FrameHuffman::sort_input() {
-  int p = 0;
-  for (int length = 1; length <= 32; ++length) {
-    for (int s = 0; s < 256; ++s) {
-      if (codeSize[s] == length) values[p++] = static_cast<uint8_t>(s);
-    }
+  // A counting sort: rising length, then rising symbol, in one pass over
+  // the symbols instead of one per length.
+  int next[34] = {};
+  for (int s = 0; s < 256; ++s) ++next[codeSize[s] + 1];
+  next[1] = 0;  // unused symbols (length 0) take no place
+  for (int length = 2; length <= 33; ++length) next[length] += next[length - 1];
+  for (int s = 0; s < 256; ++s) {
+    if (codeSize[s]) values[next[codeSize[s]]++] = static_cast<uint8_t>(s);
   }
 }
 
@@ -187,19 +190,19 @@ void AddBlockToHuffman(const int16_t* block, int16_t& predictor, FrameHuffman& d
                        FrameHuffman& ac) {
   const int32_t diff = block[0] - predictor;
   predictor = block[0];
-  ++dc.frequency[Category(static_cast<uint32_t>(std::abs(diff)))];
-  int run = 0;
-  for (int k = 1; k < 64; ++k) {
-    const int32_t v = block[k];
-    if (v == 0) {
-      ++run;
-      continue;
-    }
+  ++dc.frequency[Size(static_cast<uint32_t>(std::abs(diff)))];
+  uint64_t nonzero = NonzeroMask(block);
+  int previous = 0;
+  while (nonzero) {
+    const int k = std::countr_zero(nonzero);
+    nonzero &= nonzero - 1;
+    int run = k - previous - 1;
+    previous = k;
     for (; run >= 16; run -= 16) ++ac.frequency[kZRL];
-    ++ac.frequency[((run << 4) | Category(static_cast<uint32_t>(std::abs(v)))) & 0xFF];
-    run = 0;
+    const uint32_t size = Size(static_cast<uint32_t>(std::abs(block[k])));
+    ++ac.frequency[((static_cast<uint32_t>(run) << 4) | size) & 0xFF];
   }
-  if (run > 0) ++ac.frequency[kEOB];
+  if (previous != 63) ++ac.frequency[kEOB];
 }
 
 namespace {
