@@ -109,6 +109,8 @@ class Engine {
   std::unique_ptr<ColorConverter> converter_;
   std::unique_ptr<int16_t[]> buffers_[4];
   int16_t* bufferPtrs_[4] = {};
+  // The coding pass's blocks of one MCU row, in scan order.
+  std::unique_ptr<CodedBlock[]> coded_;
   // Progressive frames keep every quantised block for the later scans.
   std::unique_ptr<int16_t[]> coefficients_[4];
   CoefficientPlane planes_[4];
@@ -188,7 +190,12 @@ uint32_t Engine::Setup(const Desc& desc) {
     if (!buffers_[c]) return JPEGEncoder::kEncodeNoMemory;
     bufferPtrs_[c] = buffers_[c].get();
   }
-  if (flags_ & Desc::kDescProgressive) {
+  if (!(flags_ & Desc::kDescProgressive)) {
+    size_t blocksPerMcu = 0;
+    for (int c = 0; c < components_; ++c) blocksPerMcu += size_t{h_[c]} * v_[c];
+    coded_.reset(new (std::nothrow) CodedBlock[size_t{mcusAcross_} * blocksPerMcu]);
+    if (!coded_) return JPEGEncoder::kEncodeNoMemory;
+  } else {
     for (int c = 0; c < components_; ++c) {
       CoefficientPlane& p = planes_[c];
       p.h = h_[c];
@@ -296,6 +303,7 @@ bool Engine::Pass(bool statistics, unsigned mcuStride, bool convert) {
         DCTIntegerVectorBlocks(bufferPtrs_[c], size_t{mcusAcross_} * h_[c] * v_[c], quant_[tq_[c]]);
       }
     }
+    size_t coded = 0;
     for (uint32_t mcu = 0; mcu < mcusAcross_; mcu += mcuStride) {
       for (int i = 0; i < scanComponents_; ++i) {
         ScanComponent& sc = scan_[i];
@@ -309,12 +317,13 @@ bool Engine::Pass(bool statistics, unsigned mcuStride, bool convert) {
             if (statistics) {
               AddBlockToHuffman(block, sc.predictor, dc_[sc.dcTable], ac_[sc.acTable]);
             } else {
-              bits_.OutputOneDCT(block, sc.predictor, dc_[sc.dcTable], ac_[sc.acTable]);
+              coded_[coded++] = {block, &sc.predictor, &dc_[sc.dcTable], &ac_[sc.acTable]};
             }
           }
         }
       }
     }
+    if (!statistics) bits_.OutputBlocks(coded_.get(), coded);
   }
   return true;
 }

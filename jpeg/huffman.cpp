@@ -208,10 +208,12 @@ void AddBlockToHuffman(const int16_t* block, int16_t& predictor, FrameHuffman& d
 namespace {
 
 // The plain block coder: symbols straight from the coefficients.
-void CodeBlock(BitState& bits, const int16_t* block, int16_t& predictor, const FrameHuffman& dc,
-               const FrameHuffman& ac) {
-  const int32_t diff = block[0] - predictor;
-  predictor = block[0];
+void CodeBlock(BitState& bits, const CodedBlock& b) {
+  const int16_t* block = b.coefficients;
+  const FrameHuffman& dc = *b.dc;
+  const FrameHuffman& ac = *b.ac;
+  const int32_t diff = block[0] - *b.predictor;
+  *b.predictor = block[0];
   const uint32_t dcSize = Size(static_cast<uint32_t>(std::abs(diff)));
   // Code (up to 16 bits) and value bits as one field, as for AC.
   bits.Put((uint32_t{dc.codeBySymbol[dcSize]} << dcSize) | ValueBits(diff, dcSize),
@@ -259,15 +261,36 @@ void BitPacker::Write(Code code) {
   }
 }
 
-void BitPacker::OutputOneDCT(const int16_t* block, int16_t& predictor, const FrameHuffman& dc,
-                             const FrameHuffman& ac) {
-  Write<kBlockBytes>([&](BitState& bits) {
-    if (vector_) {
-      CodeBlockVector(bits, block, predictor, dc, ac);
-    } else {
-      CodeBlock(bits, block, predictor, dc, ac);
+void BitPacker::OutputBlocks(const CodedBlock* blocks, size_t count) {
+  JPEGOutputStream& s = *out_;
+  while (count > 0) {
+    if (s.capacity - s.count < kBlockBytes && !s.failed) s.DumpBuffer();
+    // As many blocks as surely fit go straight into the stream's buffer.
+    const size_t fit = s.failed ? 0 : (s.capacity - s.count) / kBlockBytes;
+    const size_t n = std::min(count, fit);
+    if (n == 0) {
+      // A small caller buffer, or a failed sink: one block through scratch.
+      Write<kBlockBytes>([&](BitState& bits) { CodeBlock(bits, *blocks); });
+      ++blocks;
+      --count;
+      continue;
     }
-  });
+    BitState bits{acc_, free_, s.buffer + s.count};
+    if (vector_) {
+      CodeBlocksVector(bits, blocks, n);
+    } else {
+      // Locals for the run: stores into the output buffer may alias any
+      // member, which would send every update through memory.
+      BitState local = bits;
+      for (size_t i = 0; i < n; ++i) CodeBlock(local, blocks[i]);
+      bits = local;
+    }
+    acc_ = bits.acc;
+    free_ = bits.free;
+    s.count = static_cast<uint32_t>(bits.p - s.buffer);
+    blocks += n;
+    count -= n;
+  }
 }
 
 void BitPacker::Put(uint32_t code, uint32_t length) {

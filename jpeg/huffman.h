@@ -2,6 +2,7 @@
 #ifndef QL_JPEG_HUFFMAN_H
 #define QL_JPEG_HUFFMAN_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "jpeg/zjpeg.h"
@@ -42,15 +43,24 @@ uint8_t Category(uint32_t magnitude);
 void AddBlockToHuffman(const int16_t* block, int16_t& predictor, FrameHuffman& dc,
                        FrameHuffman& ac);
 
+// A block to code: its zigzag coefficients, its tables and the DC
+// predictor of its component.
+struct CodedBlock {
+  const int16_t* coefficients;
+  int16_t* predictor;
+  const FrameHuffman* dc;
+  const FrameHuffman* ac;
+};
+
 // Entropy-coded output with 0xFF00 stuffing, straight into the stream's
 // buffer: bits gather in a 64-bit word that is stored whole once full.
 class BitPacker {
  public:
   // `vector`: code blocks with the vector unit's help; the bytes are the same.
   explicit BitPacker(JPEGOutputStream* out, bool vector = false) : out_(out), vector_(vector) {}
-  // Codes one block.
-  void OutputOneDCT(const int16_t* block, int16_t& predictor, const FrameHuffman& dc,
-                    const FrameHuffman& ac);
+  // Codes the blocks in order: an MCU row at a time, so that the bits stay
+  // in registers from block to block.
+  void OutputBlocks(const CodedBlock* blocks, size_t count);
   void Put(uint32_t code, uint32_t length);  // length 0…32, no bits above it
   // Whole bytes, then a last partial byte padded with zero bits; all stuffed.
   void Flush();

@@ -271,42 +271,35 @@ void ConvertRow(const uint8_t* row, const size_t offsets[3], unsigned step, unsi
 }
 #endif  // HWY_TARGET == HWY_SCALAR
 
-void CodeBlock(BitState& state, const int16_t* block, int16_t& predictor, const FrameHuffman& dc,
-               const FrameHuffman& ac) {
+HWY_INLINE void CodeBlock(BitState& bits, const CodedBlock& b) {
   constexpr uint32_t kZRL = 0xF0, kEOB = 0x00;
+  const int16_t* block = b.coefficients;
   const hn::ScalableTag<int16_t> d;
   const hn::RebindToUnsigned<decltype(d)> du;
   const size_t lanes = hn::Lanes(d);
   // Per coefficient: the magnitude (−32768 gives 32768, read unsigned) and
-  // the value bits JPEG codes, the low `size` bits of v, or of v − 1 when v
-  // is negative; all bits below the magnitude's top one are exactly those.
+  // the bits JPEG codes the value with, v or v − 1 when v is negative, of
+  // which the low `size` are kept.
   HWY_ALIGN uint16_t magnitude[64];
   HWY_ALIGN uint16_t valueBits[64];
-  uint64_t nonzero = 0;
+  uint64_t zero = 0;
   for (size_t i = 0; i < 64; i += lanes) {
     const auto v = hn::LoadU(d, block + i);
-    const auto m = hn::BitCast(du, hn::Abs(v));
-    auto below = hn::Or(m, hn::ShiftRight<1>(m));
-    below = hn::Or(below, hn::ShiftRight<2>(below));
-    below = hn::Or(below, hn::ShiftRight<4>(below));
-    below = hn::Or(below, hn::ShiftRight<8>(below));
-    hn::Store(m, du, magnitude + i);
-    hn::Store(hn::And(hn::BitCast(du, hn::Add(v, hn::ShiftRight<15>(v))), below), du,
-              valueBits + i);
+    hn::Store(hn::BitCast(du, hn::Abs(v)), du, magnitude + i);
+    hn::Store(hn::BitCast(du, hn::Add(v, hn::ShiftRight<15>(v))), du, valueBits + i);
     // One bit a lane, in whole bytes whose bits past the lanes are zero.
     uint8_t maskBytes[8] = {};
-    hn::StoreMaskBits(d, hn::Ne(v, hn::Zero(d)), maskBytes);
+    hn::StoreMaskBits(d, hn::Eq(v, hn::Zero(d)), maskBytes);
     uint64_t laneBits;
     std::memcpy(&laneBits, maskBytes, 8);
-    nonzero |= laneBits << i;
+    zero |= laneBits << i;
   }
-  nonzero &= ~uint64_t{1};  // the DC term is coded apart
+  uint64_t nonzero = ~zero & ~uint64_t{1};  // the DC term is coded apart
 
-  // The held bits live in locals: stores into the output buffer may alias
-  // the caller's state.
-  BitState bits = state;
-  const int32_t diff = block[0] - predictor;
-  predictor = block[0];
+  const FrameHuffman& dc = *b.dc;
+  const FrameHuffman& ac = *b.ac;
+  const int32_t diff = block[0] - *b.predictor;
+  *b.predictor = block[0];
   const uint32_t dcSize =
       static_cast<uint32_t>(std::bit_width(static_cast<uint32_t>(std::abs(diff))));
   const uint32_t dcBits =
@@ -326,10 +319,18 @@ void CodeBlock(BitState& state, const int16_t* block, int16_t& predictor, const 
     // Nonzero, so the bit count is one more than the top bit's index.
     const uint32_t size = 32 - static_cast<uint32_t>(__builtin_clz(magnitude[k]));
     const uint32_t symbol = ((static_cast<uint32_t>(run) << 4) | size) & 0xFF;
-    bits.Put((uint32_t{ac.codeBySymbol[symbol]} << size) | valueBits[k],
+    const uint32_t value = valueBits[k] & ((uint32_t{1} << size) - 1);
+    bits.Put((uint32_t{ac.codeBySymbol[symbol]} << size) | value,
              ac.lengthBySymbol[symbol] + static_cast<int>(size));
   }
   if (previous != 63) bits.Put(ac.codeBySymbol[kEOB], ac.lengthBySymbol[kEOB]);
+}
+
+void CodeBlocks(BitState& state, const CodedBlock* blocks, size_t count) {
+  // The held bits live in locals: stores into the output buffer may alias
+  // the caller's state.
+  BitState bits = state;
+  for (size_t i = 0; i < count; ++i) CodeBlock(bits, blocks[i]);
   state = bits;
 }
 
@@ -348,7 +349,7 @@ namespace ZJPEG {
 HWY_EXPORT(DCTQuant);
 HWY_EXPORT(DCTQuantBlocks);
 HWY_EXPORT(ConvertRow);
-HWY_EXPORT(CodeBlock);
+HWY_EXPORT(CodeBlocks);
 
 bool VectorUnitPresent() {
   return (hwy::SupportedTargets() & HWY_TARGETS & ~int64_t{HWY_EMU128 | HWY_SCALAR}) != 0;
@@ -386,9 +387,8 @@ void DCTIntegerVectorBlocks(int16_t* blocks, size_t count, const QuantSlot& slot
   HWY_DYNAMIC_DISPATCH(DCTQuantBlocks)(blocks, count, slot);
 }
 
-void CodeBlockVector(BitState& bits, const int16_t* block, int16_t& predictor,
-                     const FrameHuffman& dc, const FrameHuffman& ac) {
-  HWY_DYNAMIC_DISPATCH(CodeBlock)(bits, block, predictor, dc, ac);
+void CodeBlocksVector(BitState& bits, const CodedBlock* blocks, size_t count) {
+  HWY_DYNAMIC_DISPATCH(CodeBlocks)(bits, blocks, count);
 }
 
 }  // namespace ZJPEG

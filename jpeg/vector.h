@@ -13,7 +13,7 @@
 namespace ZJPEG {
 
 struct BitState;
-struct FrameHuffman;
+struct CodedBlock;
 
 // True when the processor has a vector unit the build targets (beyond the
 // portable 128-bit emulation).
@@ -39,10 +39,10 @@ int DCTIntegerVector(int16_t* block, const QuantSlot& slot);
 // The same on `count` consecutive blocks: one dispatch for an MCU row.
 void DCTIntegerVectorBlocks(int16_t* blocks, size_t count, const QuantSlot& slot);
 
-// Codes one zigzag block (the plain coder's symbols and bits, the same
-// bytes): magnitudes, value bits and the nonzero mask computed in lanes.
-void CodeBlockVector(BitState& bits, const int16_t* block, int16_t& predictor,
-                     const FrameHuffman& dc, const FrameHuffman& ac);
+// Codes zigzag blocks (the plain coder's symbols and bits, the same bytes):
+// magnitudes, value bits and the nonzero mask computed in lanes. `bits`
+// has room for the largest `count` blocks.
+void CodeBlocksVector(BitState& bits, const CodedBlock* blocks, size_t count);
 
 }  // namespace ZJPEG
 

@@ -207,6 +207,7 @@ void TimeStages(const Image& img, bool vector, double (&seconds)[kStages], size_
                                        uint16_t(img.height));
   TimedStream out;
   ZJPEG::BitPacker bits(&out, vector);
+  std::vector<ZJPEG::CodedBlock> coded(size_t(mcus) * 3);
   int32_t work[64];
   for (double& s : seconds) s = 0;
   auto lap = [](Clock::time_point& t0) {
@@ -241,6 +242,8 @@ void TimeStages(const Image& img, bool vector, double (&seconds)[kStages], size_
         }
       }
       seconds[kTransform] += lap(t0);
+      // The coding pass codes the row's blocks in one call, as the encoder does.
+      size_t n = 0;
       for (uint32_t m = 0; m < mcus; m += stride) {
         for (int c = 0; c < 3; ++c) {
           const int16_t* block = buffers[c] + size_t(m) * 64;
@@ -248,10 +251,11 @@ void TimeStages(const Image& img, bool vector, double (&seconds)[kStages], size_
           if (pass == 0) {
             ZJPEG::AddBlockToHuffman(block, predictors[c], dc[t], ac[t]);
           } else {
-            bits.OutputOneDCT(block, predictors[c], dc[t], ac[t]);
+            coded[n++] = {block, &predictors[c], &dc[t], &ac[t]};
           }
         }
       }
+      if (pass == 1) bits.OutputBlocks(coded.data(), n);
       seconds[pass == 0 ? kStatistics : kEntropy] += lap(t0);
     }
     if (pass == 0) {

@@ -214,19 +214,22 @@ TEST(BitPacking, UnitCoefficientsAndValueBits) {
   int16_t block[64] = {};
   block[1] = -1;
   block[2] = 1;
-  jpegtest::StringStream out;
-  BitPacker packer(&out);
-  int16_t pred = 0;
-  packer.OutputOneDCT(block, pred, dc, ac);
-  packer.Flush();
-  out.DumpBuffer();
   const std::string ac1 = Code(ac.codeBySymbol[1], ac.lengthBySymbol[1]);
   std::string expect = Code(dc.codeBySymbol[0], dc.lengthBySymbol[0]) + ac1 + "0" + ac1 + "1" +
                        Code(ac.codeBySymbol[0], ac.lengthBySymbol[0]);
   expect.append((8 - expect.size() % 8) % 8, '0');  // zero padding
-  std::string bits;
-  for (unsigned char c : out.bytes) bits += Code(c, 8);
-  EXPECT_EQ(bits, expect);
+  for (bool vector : {false, true}) {
+    jpegtest::StringStream out;
+    BitPacker packer(&out, vector);
+    int16_t pred = 0;
+    const CodedBlock coded{block, &pred, &dc, &ac};
+    packer.OutputBlocks(&coded, 1);
+    packer.Flush();
+    out.DumpBuffer();
+    std::string bits;
+    for (unsigned char c : out.bytes) bits += Code(c, 8);
+    EXPECT_EQ(bits, expect) << vector;
+  }
 }
 
 TEST(BitPacking, EveryFFByteIsStuffedIncludingTheLastOne) {
