@@ -172,6 +172,35 @@ HWY_INLINE void Transpose8x8(D d, V (&v)[8]) {
   }
 }
 
+// The zigzag order gathered from the eight half rows the narrowing leaves
+// (half h: the left, h even, or right, h odd, four coefficients of rows
+// h & ~1 and h | 1 of the transposed result): 256-bit output p
+// (coefficients 16p…16p + 15) takes from half h the bytes
+// kZigzagFromHalves.bytes[p][h] names (0x80: none), 18 shuffles in all.
+struct ZigzagHalfShuffles {
+  uint8_t bytes[4][8][32];
+  uint8_t from[4];
+};
+constexpr ZigzagHalfShuffles kZigzagFromHalves = [] {
+  ZigzagHalfShuffles z{};
+  for (int p = 0; p < 4; ++p) {
+    for (int h = 0; h < 8; ++h) {
+      for (int b = 0; b < 32; ++b) z.bytes[p][h][b] = 0x80;
+    }
+    for (int j = 0; j < 16; ++j) {
+      const int t = kZigzagTransposed[p * 16 + j];
+      const int row = t / 8, column = t % 8;
+      const int h = (row & ~1) + column / 4;
+      const int element = (row & 1) * 4 + column % 4;  // within the 16-byte half
+      // Output byte pairs 0…7 lie in the lower block, 8…15 in the upper.
+      z.bytes[p][h][2 * j] = static_cast<uint8_t>(2 * element);
+      z.bytes[p][h][2 * j + 1] = static_cast<uint8_t>(2 * element + 1);
+      z.from[p] = static_cast<uint8_t>(z.from[p] | (1 << h));
+    }
+  }
+  return z;
+}();
+
 int DCTQuant(int16_t* block, const QuantSlot& slot) {
   const hn::FixedTag<int32_t, 8> d;
   const hn::Rebind<int16_t, decltype(d)> d16;
@@ -182,14 +211,36 @@ int DCTQuant(int16_t* block, const QuantSlot& slot) {
   Transpose8x8(d, v);
   Butterflies(d, v, true);
   const V round = hn::Set(d, 32767);
+  V q[8];
+  for (size_t r = 0; r < 8; ++r) {
+    const V product = hn::Mul(v[r], hn::LoadU(d, slot.transposedReciprocals + r * 8));
+    q[r] = hn::ShiftRight<16>(hn::Add(product, round));
+  }
   // Quantised coefficients of 8-bit samples lie well inside 16 bits, so the
   // saturating narrowing keeps the same low 16 bits the scalar cast keeps.
-  HWY_ALIGN int16_t out[64];
-  for (size_t r = 0; r < 8; ++r) {
-    const V q = hn::Mul(v[r], hn::LoadU(d, slot.transposedReciprocals + r * 8));
-    hn::Store(hn::DemoteTo(d16, hn::ShiftRight<16>(hn::Add(q, round))), d16, out + r * 8);
+  // Narrowing rows 2i and 2i + 1 together leaves their left halves in the
+  // lower 128 bits and their right halves in the upper; each such half,
+  // copied to both 128-bit blocks, is a source of the in-block shuffles.
+  const hn::FixedTag<int16_t, 16> dw;
+  const hn::Repartition<uint8_t, decltype(dw)> d8;
+  hn::Vec<decltype(d8)> halves[8];
+  for (int i = 0; i < 4; ++i) {
+    const auto packed = hn::BitCast(d8, hn::ReorderDemote2To(dw, q[2 * i], q[2 * i + 1]));
+    halves[2 * i] = hn::ConcatLowerLower(d8, packed, packed);
+    halves[2 * i + 1] = hn::ConcatUpperUpper(d8, packed, packed);
   }
-  ZigzagReorder(out, block);
+#pragma GCC unroll 4
+  for (int p = 0; p < 4; ++p) {
+    auto out = hn::Zero(d8);
+#pragma GCC unroll 8
+    for (int h = 0; h < 8; ++h) {
+      if (kZigzagFromHalves.from[p] & (1 << h)) {
+        out = hn::Or(
+            out, hn::TableLookupBytesOr0(halves[h], hn::LoadU(d8, kZigzagFromHalves.bytes[p][h])));
+      }
+    }
+    hn::StoreU(out, d8, reinterpret_cast<uint8_t*>(block + p * 16));
+  }
   return 63;
 }
 #else
@@ -340,23 +391,27 @@ HWY_INLINE void CodeBlock(BitState& bits, const CodedBlock& b) {
   bits.Put((uint32_t{dc.codeBySymbol[dcSize]} << dcSize) | dcBits,
            dc.lengthBySymbol[dcSize] + static_cast<int>(dcSize));
 
-  int previous = 0;
-  while (nonzero) {
-    const int k = std::countr_zero(nonzero);
-    nonzero &= nonzero - 1;
-    int run = k - previous - 1;
-    previous = k;
+  // Bit i of `rest`: coefficient `at` + i is nonzero. Only 63 bits, so a
+  // run and its coefficient shift out together in one shift below 64.
+  const bool endOfBlock = (nonzero >> 63) == 0;
+  uint64_t rest = nonzero >> 1;
+  uint32_t at = 1;
+  while (rest) {
+    uint32_t run = static_cast<uint32_t>(std::countr_zero(rest));
+    rest >>= run + 1;
+    const uint32_t k = at + run;
+    at = k + 1;
     if (HWY_UNLIKELY(run >= 16)) {
       for (; run >= 16; run -= 16) bits.Put(ac.codeBySymbol[kZRL], ac.lengthBySymbol[kZRL]);
     }
     // Nonzero, so the bit count is one more than the top bit's index.
-    const uint32_t size = 32 - static_cast<uint32_t>(__builtin_clz(magnitude[k]));
-    const uint32_t symbol = ((static_cast<uint32_t>(run) << 4) | size) & 0xFF;
+    const uint32_t size = static_cast<uint32_t>(31 ^ __builtin_clz(magnitude[k])) + 1;
+    const uint32_t symbol = ((run << 4) | size) & 0xFF;
     const uint32_t value = valueBits[k] & ((uint32_t{1} << size) - 1);
     bits.Put((uint32_t{ac.codeBySymbol[symbol]} << size) | value,
              ac.lengthBySymbol[symbol] + static_cast<int>(size));
   }
-  if (previous != 63) bits.Put(ac.codeBySymbol[kEOB], ac.lengthBySymbol[kEOB]);
+  if (endOfBlock) bits.Put(ac.codeBySymbol[kEOB], ac.lengthBySymbol[kEOB]);
 }
 
 void CodeBlocks(BitState& state, const CodedBlock* blocks, size_t count) {
