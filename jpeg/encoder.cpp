@@ -109,7 +109,7 @@ class Engine {
   std::unique_ptr<ColorConverter> converter_;
   std::unique_ptr<int16_t[]> buffers_[4];
   int16_t* bufferPtrs_[4] = {};
-  // The coding pass's blocks of one MCU row, in scan order.
+  // The blocks of one MCU row a pass counts or codes, in scan order.
   std::unique_ptr<CodedBlock[]> coded_;
   // Progressive frames keep every quantised block for the later scans.
   std::unique_ptr<int16_t[]> coefficients_[4];
@@ -314,16 +314,16 @@ bool Engine::Pass(bool statistics, unsigned mcuStride, bool convert) {
             int16_t* block =
                 bufferPtrs_[c] + (size_t{by} * blocksAcross + size_t{mcu} * h_[c] + bx) * 64;
             if (!wholeRow) Transform(block, quant_[tq_[c]]);
-            if (statistics) {
-              AddBlockToHuffman(block, sc.predictor, dc_[sc.dcTable], ac_[sc.acTable]);
-            } else {
-              coded_[coded++] = {block, &sc.predictor, &dc_[sc.dcTable], &ac_[sc.acTable]};
-            }
+            coded_[coded++] = {block, &sc.predictor, &dc_[sc.dcTable], &ac_[sc.acTable]};
           }
         }
       }
     }
-    if (!statistics) bits_.OutputBlocks(coded_.get(), coded);
+    if (statistics) {
+      CountBlocks(coded_.get(), coded, vector_);
+    } else {
+      bits_.OutputBlocks(coded_.get(), coded);
+    }
   }
   return true;
 }

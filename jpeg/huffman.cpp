@@ -186,58 +186,74 @@ void FrameHuffman::Generate() {
   order_codes();
 }
 
-void AddBlockToHuffman(const int16_t* block, int16_t& predictor, FrameHuffman& dc,
-                       FrameHuffman& ac) {
-  const int32_t diff = block[0] - predictor;
-  predictor = block[0];
-  ++dc.frequency[Size(static_cast<uint32_t>(std::abs(diff)))];
-  uint64_t nonzero = NonzeroMask(block);
-  int previous = 0;
-  while (nonzero) {
-    const int k = std::countr_zero(nonzero);
-    nonzero &= nonzero - 1;
-    int run = k - previous - 1;
-    previous = k;
-    for (; run >= 16; run -= 16) ++ac.frequency[kZRL];
-    const uint32_t size = Size(static_cast<uint32_t>(std::abs(block[k])));
-    ++ac.frequency[((static_cast<uint32_t>(run) << 4) | size) & 0xFF];
-  }
-  if (previous != 63) ++ac.frequency[kEOB];
-}
-
 namespace {
 
-// The plain block coder: symbols straight from the coefficients.
-void CodeBlock(BitState& bits, const CodedBlock& b) {
-  const int16_t* block = b.coefficients;
-  const FrameHuffman& dc = *b.dc;
-  const FrameHuffman& ac = *b.ac;
-  const int32_t diff = block[0] - *b.predictor;
-  *b.predictor = block[0];
+// The symbols of one zigzag block, straight from the coefficients, in
+// order: dcSymbol(size, value bits), then acSymbol(symbol, size, value
+// bits) for each AC symbol, ZRL and EOB with no value bits.
+template <class DcSymbol, class AcSymbol>
+inline void WalkBlock(const int16_t* block, int16_t& predictor, DcSymbol dcSymbol,
+                      AcSymbol acSymbol) {
+  const int32_t diff = block[0] - predictor;
+  predictor = block[0];
   const uint32_t dcSize = Size(static_cast<uint32_t>(std::abs(diff)));
-  // Code (up to 16 bits) and value bits as one field, as for AC.
-  bits.Put((uint32_t{dc.codeBySymbol[dcSize]} << dcSize) | ValueBits(diff, dcSize),
-           dc.lengthBySymbol[dcSize] + static_cast<int>(dcSize));
+  dcSymbol(dcSize, ValueBits(diff, dcSize));
 
-  // Walk the nonzero coefficients only: on flat areas most of a block is zero.
-  uint64_t nonzero = NonzeroMask(block);
-  int previous = 0;
-  while (nonzero) {
-    const int k = std::countr_zero(nonzero);
-    nonzero &= nonzero - 1;
-    int run = k - previous - 1;
-    previous = k;
-    for (; run >= 16; run -= 16) bits.Put(ac.codeBySymbol[kZRL], ac.lengthBySymbol[kZRL]);
+  // Walk the nonzero coefficients only: on flat areas most of a block is
+  // zero. Bit i of `rest`: coefficient `at` + i is nonzero. Only 63 bits,
+  // so a run and its coefficient shift out together in one shift below 64.
+  const uint64_t nonzero = NonzeroMask(block);
+  const bool endOfBlock = (nonzero >> 63) == 0;
+  uint64_t rest = nonzero >> 1;
+  uint32_t at = 1;
+  while (rest) {
+    uint32_t run = static_cast<uint32_t>(std::countr_zero(rest));
+    rest >>= run + 1;
+    const uint32_t k = at + run;
+    at = k + 1;
+    for (; run >= 16; run -= 16) acSymbol(kZRL, 0, 0);
     const int32_t v = block[k];
     const uint32_t size = Size(static_cast<uint32_t>(std::abs(v)));
-    const uint32_t symbol = ((static_cast<uint32_t>(run) << 4) | size) & 0xFF;
-    bits.Put((uint32_t{ac.codeBySymbol[symbol]} << size) | ValueBits(v, size),
-             ac.lengthBySymbol[symbol] + static_cast<int>(size));
+    acSymbol(((run << 4) | size) & 0xFF, size, ValueBits(v, size));
   }
-  if (previous != 63) bits.Put(ac.codeBySymbol[kEOB], ac.lengthBySymbol[kEOB]);
+  if (endOfBlock) acSymbol(kEOB, 0, 0);
+}
+
+void CodeBlock(BitState& bits, const CodedBlock& b) {
+  const FrameHuffman& dc = *b.dc;
+  const FrameHuffman& ac = *b.ac;
+  WalkBlock(
+      b.coefficients, *b.predictor,
+      [&](uint32_t size, uint32_t value) {
+        // Code (up to 16 bits) and value bits as one field.
+        bits.Put((uint32_t{dc.codeBySymbol[size]} << size) | value,
+                 dc.lengthBySymbol[size] + static_cast<int>(size));
+      },
+      [&](uint32_t symbol, uint32_t size, uint32_t value) {
+        bits.Put((uint32_t{ac.codeBySymbol[symbol]} << size) | value,
+                 ac.lengthBySymbol[symbol] + static_cast<int>(size));
+      });
 }
 
 }  // namespace
+
+void AddBlockToHuffman(const int16_t* block, int16_t& predictor, FrameHuffman& dc,
+                       FrameHuffman& ac) {
+  WalkBlock(
+      block, predictor, [&](uint32_t size, uint32_t) { ++dc.frequency[size]; },
+      [&](uint32_t symbol, uint32_t, uint32_t) { ++ac.frequency[symbol]; });
+}
+
+void CountBlocks(const CodedBlock* blocks, size_t count, bool vector) {
+  if (vector) {
+    CountBlocksVector(blocks, count);
+    return;
+  }
+  for (size_t i = 0; i < count; ++i) {
+    const CodedBlock& b = blocks[i];
+    AddBlockToHuffman(b.coefficients, *b.predictor, *b.dc, *b.ac);
+  }
+}
 
 template <uint32_t kMostBytes, typename Code>
 void BitPacker::Write(Code code) {

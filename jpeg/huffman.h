@@ -43,14 +43,18 @@ uint8_t Category(uint32_t magnitude);
 void AddBlockToHuffman(const int16_t* block, int16_t& predictor, FrameHuffman& dc,
                        FrameHuffman& ac);
 
-// A block to code: its zigzag coefficients, its tables and the DC
-// predictor of its component.
+// A block of a pass: its zigzag coefficients, the DC predictor of its
+// component and the tables its symbols are counted in or coded with.
 struct CodedBlock {
   const int16_t* coefficients;
   int16_t* predictor;
-  const FrameHuffman* dc;
-  const FrameHuffman* ac;
+  FrameHuffman* dc;
+  FrameHuffman* ac;
 };
+
+// Counts the symbols of the blocks in order, with the vector unit's help
+// when `vector`; the counts are the same.
+void CountBlocks(const CodedBlock* blocks, size_t count, bool vector);
 
 // Entropy-coded output with 0xFF00 stuffing, straight into the stream's
 // buffer: bits gather in a 64-bit word that is stored whole once full.

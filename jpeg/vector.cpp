@@ -355,9 +355,14 @@ void ConvertRow(const uint8_t* row, const size_t offsets[3], unsigned step, unsi
 }
 #endif  // HWY_TARGET == HWY_SCALAR
 
-HWY_INLINE void CodeBlock(BitState& bits, const CodedBlock& b) {
+// The symbols of one zigzag block, in order: dcSymbol(size, value bits),
+// then acSymbol(symbol, size, value bits) for each AC symbol, ZRL and EOB
+// with no value bits. Magnitudes, value bits and the nonzero mask come
+// from lanes.
+template <class DcSymbol, class AcSymbol>
+HWY_INLINE void WalkBlock(const int16_t* block, int16_t& predictor, DcSymbol dcSymbol,
+                          AcSymbol acSymbol) {
   constexpr uint32_t kZRL = 0xF0, kEOB = 0x00;
-  const int16_t* block = b.coefficients;
   const hn::ScalableTag<int16_t> d;
   const hn::RebindToUnsigned<decltype(d)> du;
   const size_t lanes = hn::Lanes(d);
@@ -378,18 +383,13 @@ HWY_INLINE void CodeBlock(BitState& bits, const CodedBlock& b) {
     std::memcpy(&laneBits, maskBytes, 8);
     zero |= laneBits << i;
   }
-  uint64_t nonzero = ~zero & ~uint64_t{1};  // the DC term is coded apart
+  const uint64_t nonzero = ~zero & ~uint64_t{1};  // the DC term is coded apart
 
-  const FrameHuffman& dc = *b.dc;
-  const FrameHuffman& ac = *b.ac;
-  const int32_t diff = block[0] - *b.predictor;
-  *b.predictor = block[0];
+  const int32_t diff = block[0] - predictor;
+  predictor = block[0];
   const uint32_t dcSize =
       static_cast<uint32_t>(std::bit_width(static_cast<uint32_t>(std::abs(diff))));
-  const uint32_t dcBits =
-      static_cast<uint32_t>(diff + (diff >> 31)) & ((uint32_t{1} << dcSize) - 1);
-  bits.Put((uint32_t{dc.codeBySymbol[dcSize]} << dcSize) | dcBits,
-           dc.lengthBySymbol[dcSize] + static_cast<int>(dcSize));
+  dcSymbol(dcSize, static_cast<uint32_t>(diff + (diff >> 31)) & ((uint32_t{1} << dcSize) - 1));
 
   // Bit i of `rest`: coefficient `at` + i is nonzero. Only 63 bits, so a
   // run and its coefficient shift out together in one shift below 64.
@@ -402,24 +402,46 @@ HWY_INLINE void CodeBlock(BitState& bits, const CodedBlock& b) {
     const uint32_t k = at + run;
     at = k + 1;
     if (HWY_UNLIKELY(run >= 16)) {
-      for (; run >= 16; run -= 16) bits.Put(ac.codeBySymbol[kZRL], ac.lengthBySymbol[kZRL]);
+      for (; run >= 16; run -= 16) acSymbol(kZRL, 0, 0);
     }
     // Nonzero, so the bit count is one more than the top bit's index.
     const uint32_t size = static_cast<uint32_t>(31 ^ __builtin_clz(magnitude[k])) + 1;
-    const uint32_t symbol = ((run << 4) | size) & 0xFF;
-    const uint32_t value = valueBits[k] & ((uint32_t{1} << size) - 1);
-    bits.Put((uint32_t{ac.codeBySymbol[symbol]} << size) | value,
-             ac.lengthBySymbol[symbol] + static_cast<int>(size));
+    acSymbol(((run << 4) | size) & 0xFF, size, valueBits[k] & ((uint32_t{1} << size) - 1));
   }
-  if (endOfBlock) bits.Put(ac.codeBySymbol[kEOB], ac.lengthBySymbol[kEOB]);
+  if (endOfBlock) acSymbol(kEOB, 0, 0);
 }
 
 void CodeBlocks(BitState& state, const CodedBlock* blocks, size_t count) {
   // The held bits live in locals: stores into the output buffer may alias
   // the caller's state.
   BitState bits = state;
-  for (size_t i = 0; i < count; ++i) CodeBlock(bits, blocks[i]);
+  for (size_t i = 0; i < count; ++i) {
+    const FrameHuffman& dc = *blocks[i].dc;
+    const FrameHuffman& ac = *blocks[i].ac;
+    WalkBlock(
+        blocks[i].coefficients, *blocks[i].predictor,
+        [&](uint32_t size, uint32_t value) {
+          // Code (up to 16 bits) and value bits as one field.
+          bits.Put((uint32_t{dc.codeBySymbol[size]} << size) | value,
+                   dc.lengthBySymbol[size] + static_cast<int>(size));
+        },
+        [&](uint32_t symbol, uint32_t size, uint32_t value) {
+          bits.Put((uint32_t{ac.codeBySymbol[symbol]} << size) | value,
+                   ac.lengthBySymbol[symbol] + static_cast<int>(size));
+        });
+  }
   state = bits;
+}
+
+void CountBlocks(const CodedBlock* blocks, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    FrameHuffman& dc = *blocks[i].dc;
+    FrameHuffman& ac = *blocks[i].ac;
+    WalkBlock(
+        blocks[i].coefficients, *blocks[i].predictor,
+        [&](uint32_t size, uint32_t) { ++dc.frequency[size]; },
+        [&](uint32_t symbol, uint32_t, uint32_t) { ++ac.frequency[symbol]; });
+  }
 }
 
 void DCTQuantBlocks(int16_t* blocks, size_t count, const QuantSlot& slot) {
@@ -438,6 +460,7 @@ HWY_EXPORT(DCTQuant);
 HWY_EXPORT(DCTQuantBlocks);
 HWY_EXPORT(ConvertRow);
 HWY_EXPORT(CodeBlocks);
+HWY_EXPORT(CountBlocks);
 
 bool VectorUnitPresent() {
   return (hwy::SupportedTargets() & HWY_TARGETS & ~int64_t{HWY_EMU128 | HWY_SCALAR}) != 0;
@@ -477,6 +500,10 @@ void DCTIntegerVectorBlocks(int16_t* blocks, size_t count, const QuantSlot& slot
 
 void CodeBlocksVector(BitState& bits, const CodedBlock* blocks, size_t count) {
   HWY_DYNAMIC_DISPATCH(CodeBlocks)(bits, blocks, count);
+}
+
+void CountBlocksVector(const CodedBlock* blocks, size_t count) {
+  HWY_DYNAMIC_DISPATCH(CountBlocks)(blocks, count);
 }
 
 }  // namespace ZJPEG

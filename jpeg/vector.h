@@ -43,6 +43,8 @@ void DCTIntegerVectorBlocks(int16_t* blocks, size_t count, const QuantSlot& slot
 // magnitudes, value bits and the nonzero mask computed in lanes. `bits`
 // has room for the largest `count` blocks.
 void CodeBlocksVector(BitState& bits, const CodedBlock* blocks, size_t count);
+// Counts the symbols of the blocks in order, as CodeBlocksVector codes them.
+void CountBlocksVector(const CodedBlock* blocks, size_t count);
 
 }  // namespace ZJPEG
 

@@ -242,20 +242,20 @@ void TimeStages(const Image& img, bool vector, double (&seconds)[kStages], size_
         }
       }
       seconds[kTransform] += lap(t0);
-      // The coding pass codes the row's blocks in one call, as the encoder does.
+      // A row's blocks are counted or coded in one call, as the encoder does.
       size_t n = 0;
       for (uint32_t m = 0; m < mcus; m += stride) {
         for (int c = 0; c < 3; ++c) {
           const int16_t* block = buffers[c] + size_t(m) * 64;
           const int t = c ? 1 : 0;
-          if (pass == 0) {
-            ZJPEG::AddBlockToHuffman(block, predictors[c], dc[t], ac[t]);
-          } else {
-            coded[n++] = {block, &predictors[c], &dc[t], &ac[t]};
-          }
+          coded[n++] = {block, &predictors[c], &dc[t], &ac[t]};
         }
       }
-      if (pass == 1) bits.OutputBlocks(coded.data(), n);
+      if (pass == 0) {
+        ZJPEG::CountBlocks(coded.data(), n, vector);
+      } else {
+        bits.OutputBlocks(coded.data(), n);
+      }
       seconds[pass == 0 ? kStatistics : kEntropy] += lap(t0);
     }
     if (pass == 0) {
