@@ -69,33 +69,42 @@ void FrameHuffman::code_size() {
   // from halved counts so that every length fits the 33-entry `bits`.
   uint64_t scale = 0;
   for (;;) {
-    uint64_t freq[257];
     int sizes[257] = {};
-    for (int i = 0; i < 257; ++i) {
-      freq[i] = frequency[i] ? std::max<uint64_t>(1, uint64_t{frequency[i]} >> scale) : 0;
-      others[i] = -1;
-    }
-    // Symbols still to merge, in a heap whose front is the smallest count,
-    // the higher symbol first among equal counts: the pair a full scan with
-    // "less or equal" would pick, at log cost instead of a scan per merge.
-    int16_t heap[257];
+    for (auto& o : others) o = -1;
+    // Symbols still to merge in a binary min-heap of keys that order by
+    // count, then the higher symbol first among equal counts: count << 9
+    // with 511 − symbol below. That is the pair a full scan with "less or
+    // equal" would pick, at log cost instead of a scan per merge; the keys
+    // are distinct, so the order of merges is fixed. Counts stay below 2^41,
+    // far inside the key.
+    uint64_t heap[257];
     int live = 0;
     for (int i = 0; i < 257; ++i) {
-      if (freq[i]) heap[live++] = static_cast<int16_t>(i);
+      if (!frequency[i]) continue;
+      const uint64_t count = std::max<uint64_t>(1, uint64_t{frequency[i]} >> scale);
+      heap[live++] = (count << 9) | static_cast<uint64_t>(511 - i);
     }
-    auto later = [&freq](int16_t a, int16_t b) {
-      return freq[a] != freq[b] ? freq[a] > freq[b] : a < b;
+    auto siftDown = [&heap, &live](int at) {
+      const uint64_t key = heap[at];
+      for (int child = 2 * at + 1; child < live; child = 2 * at + 1) {
+        if (child + 1 < live && heap[child + 1] < heap[child]) ++child;
+        if (heap[child] >= key) break;
+        heap[at] = heap[child];
+        at = child;
+      }
+      heap[at] = key;
     };
-    std::make_heap(heap, heap + live, later);
+    for (int at = live / 2 - 1; at >= 0; --at) siftDown(at);
     while (live > 1) {
-      std::pop_heap(heap, heap + live--, later);
-      int c1 = heap[live];
-      std::pop_heap(heap, heap + live--, later);
-      int c2 = heap[live];
-      freq[c1] += freq[c2];
-      freq[c2] = 0;
-      heap[live++] = static_cast<int16_t>(c1);
-      std::push_heap(heap, heap + live, later);
+      const uint64_t first = heap[0];
+      heap[0] = heap[--live];
+      siftDown(0);
+      const uint64_t second = heap[0];
+      // The merged entry keeps the first symbol; it replaces the second.
+      heap[0] = (((first >> 9) + (second >> 9)) << 9) | (first & 511);
+      siftDown(0);
+      int c1 = 511 - static_cast<int>(first & 511);
+      int c2 = 511 - static_cast<int>(second & 511);
       ++sizes[c1];
       while (others[c1] >= 0) ++sizes[c1 = others[c1]];
       others[c1] = static_cast<int16_t>(c2);
