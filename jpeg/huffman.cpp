@@ -77,17 +77,20 @@ void FrameHuffman::code_size() {
     // equal" would pick, at log cost instead of a scan per merge; the keys
     // are distinct, so the order of merges is fixed. Counts stay below 2^41,
     // far inside the key.
-    uint64_t heap[257];
+    // One entry past the live ones is always the largest key, so a sift can
+    // pick the smaller child without asking whether the right one is live.
+    uint64_t heap[258];
     int live = 0;
     for (int i = 0; i < 257; ++i) {
       if (!frequency[i]) continue;
       const uint64_t count = std::max<uint64_t>(1, uint64_t{frequency[i]} >> scale);
       heap[live++] = (count << 9) | static_cast<uint64_t>(511 - i);
     }
+    heap[live] = ~uint64_t{0};
     auto siftDown = [&heap, &live](int at) {
       const uint64_t key = heap[at];
       for (int child = 2 * at + 1; child < live; child = 2 * at + 1) {
-        if (child + 1 < live && heap[child + 1] < heap[child]) ++child;
+        child += heap[child + 1] < heap[child];  // a select, not a branch
         if (heap[child] >= key) break;
         heap[at] = heap[child];
         at = child;
@@ -98,6 +101,7 @@ void FrameHuffman::code_size() {
     while (live > 1) {
       const uint64_t first = heap[0];
       heap[0] = heap[--live];
+      heap[live] = ~uint64_t{0};
       siftDown(0);
       const uint64_t second = heap[0];
       // The merged entry keeps the first symbol; it replaces the second.
