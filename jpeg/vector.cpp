@@ -123,7 +123,7 @@ HWY_INLINE void ZigzagReorder(const int16_t* in, int16_t* block) {
 #if HWY_TARGET == HWY_SCALAR
 // The one-lane build, for processors without a vector unit Highway targets:
 // the scalar code itself.
-int DCTQuant(int16_t* block, const QuantSlot& slot) {
+HWY_INLINE int DCTQuant(int16_t* block, const QuantSlot& slot) {
   int32_t work[64];
   return DCTInteger(block, slot, work);
 }
@@ -201,7 +201,7 @@ constexpr ZigzagHalfShuffles kZigzagFromHalves = [] {
   return z;
 }();
 
-int DCTQuant(int16_t* block, const QuantSlot& slot) {
+HWY_INLINE int DCTQuant(int16_t* block, const QuantSlot& slot) {
   const hn::FixedTag<int32_t, 8> d;
   const hn::Rebind<int16_t, decltype(d)> d16;
   using V = hn::Vec<decltype(d)>;
@@ -244,7 +244,7 @@ int DCTQuant(int16_t* block, const QuantSlot& slot) {
   return 63;
 }
 #else
-int DCTQuant(int16_t* block, const QuantSlot& slot) {
+HWY_INLINE int DCTQuant(int16_t* block, const QuantSlot& slot) {
   const hn::CappedTag<int32_t, 8> d;
   const hn::Rebind<int16_t, decltype(d)> d16;
   using V = hn::Vec<decltype(d)>;
@@ -444,6 +444,8 @@ void CountBlocks(const CodedBlock* blocks, size_t count) {
   }
 }
 
+// The transform inlined, so that its constants stay in registers from
+// block to block.
 void DCTQuantBlocks(int16_t* blocks, size_t count, const QuantSlot& slot) {
   for (size_t b = 0; b < count; ++b) DCTQuant(blocks + b * 64, slot);
 }
