@@ -7,10 +7,13 @@
 #include <string>
 #include <vector>
 
+#include <hwy/targets.h>
+
 #include "jpeg/color_converter.h"
 #include "jpeg/dct.h"
 #include "jpeg/huffman.h"
 #include "jpeg/tables.h"
+#include "jpeg/vector.h"
 #include "tests/support/jpeg_util.h"
 
 namespace {
@@ -336,8 +339,9 @@ std::string ReferenceBlockBits(const int16_t* block, int16_t& predictor, const F
 
 // Runs of 15, 16 and 62 zeros, full blocks, the widest values (−32768 has
 // 16 bits, so its symbol runs into the run's nibble), the widest DC
-// differences, and a caller buffer that takes one block at a time: both
-// coders give the reference's bytes and both walks its counts.
+// differences, and a caller buffer that takes one block at a time: the
+// plain coder and the vector one on every vector unit give the reference's
+// bytes, and their walks its counts.
 TEST(BitPacking, BothCodersMatchTheReferenceOnExtremeBlocks) {
   std::vector<std::vector<int16_t>> blocks;
   auto add = [&](std::initializer_list<std::pair<int, int>> coefficients) {
@@ -379,7 +383,14 @@ TEST(BitPacking, BothCodersMatchTheReferenceOnExtremeBlocks) {
     bits += ReferenceBlockBits(b.data(), predictor, dc, ac, dcCount, acCount);
   const std::string expect = Stuffed(bits);
 
-  for (bool vector : {false, true}) {
+  // The plain coder, then the vector one on every vector unit built and
+  // present (target 0: the plain coder).
+  std::vector<int64_t> targets = {0};
+  for (int64_t t : hwy::SupportedAndGeneratedTargets()) targets.push_back(t);
+  for (int64_t target : targets) {
+    const bool vector = target != 0;
+    hwy::SetSupportedTargetsForTest(target);
+    const std::string where = vector ? VectorUnitName() : "plain";
     std::vector<CodedBlock> coded;
     int16_t codePredictor = 0, countPredictor = 0;
     for (const auto& b : blocks) coded.push_back({b.data(), &codePredictor, &dc, &ac});
@@ -390,7 +401,7 @@ TEST(BitPacking, BothCodersMatchTheReferenceOnExtremeBlocks) {
       packer.OutputBlocks(coded.data(), coded.size());
       packer.Flush();
       out->DumpBuffer();
-      EXPECT_EQ(out->bytes, expect) << vector;
+      EXPECT_EQ(out->bytes, expect) << where;
     }
     FrameHuffman dcCounted, acCounted;
     for (auto& c : coded) {
@@ -400,10 +411,11 @@ TEST(BitPacking, BothCodersMatchTheReferenceOnExtremeBlocks) {
     }
     CountBlocks(coded.data(), coded.size(), vector);
     EXPECT_TRUE(std::equal(dcCounted.frequency, dcCounted.frequency + 257, dcCount.frequency))
-        << vector;
+        << where;
     EXPECT_TRUE(std::equal(acCounted.frequency, acCounted.frequency + 257, acCount.frequency))
-        << vector;
+        << where;
   }
+  hwy::SetSupportedTargetsForTest(0);
 }
 
 TEST(Presets, ChromaSubsampledUpToSixThenCoarserRows) {
