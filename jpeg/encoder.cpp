@@ -60,7 +60,7 @@ class Engine {
         height_(height),
         out_(out),
         appData_(appData),
-        bits_(out),
+        bits_(out, vector),
         vector_(vector) {}
 
   uint32_t Setup(const Desc& desc);  // kEncodeDone or why not
@@ -109,6 +109,8 @@ class Engine {
   std::unique_ptr<ColorConverter> converter_;
   std::unique_ptr<int16_t[]> buffers_[4];
   int16_t* bufferPtrs_[4] = {};
+  // The blocks of one MCU row a pass counts or codes, in scan order.
+  std::unique_ptr<CodedBlock[]> coded_;
   // Progressive frames keep every quantised block for the later scans.
   std::unique_ptr<int16_t[]> coefficients_[4];
   CoefficientPlane planes_[4];
@@ -188,7 +190,12 @@ uint32_t Engine::Setup(const Desc& desc) {
     if (!buffers_[c]) return JPEGEncoder::kEncodeNoMemory;
     bufferPtrs_[c] = buffers_[c].get();
   }
-  if (flags_ & Desc::kDescProgressive) {
+  if (!(flags_ & Desc::kDescProgressive)) {
+    size_t blocksPerMcu = 0;
+    for (int c = 0; c < components_; ++c) blocksPerMcu += size_t{h_[c]} * v_[c];
+    coded_.reset(new (std::nothrow) CodedBlock[size_t{mcusAcross_} * blocksPerMcu]);
+    if (!coded_) return JPEGEncoder::kEncodeNoMemory;
+  } else {
     for (int c = 0; c < components_; ++c) {
       CoefficientPlane& p = planes_[c];
       p.h = h_[c];
@@ -296,6 +303,7 @@ bool Engine::Pass(bool statistics, unsigned mcuStride, bool convert) {
         DCTIntegerVectorBlocks(bufferPtrs_[c], size_t{mcusAcross_} * h_[c] * v_[c], quant_[tq_[c]]);
       }
     }
+    size_t coded = 0;
     for (uint32_t mcu = 0; mcu < mcusAcross_; mcu += mcuStride) {
       for (int i = 0; i < scanComponents_; ++i) {
         ScanComponent& sc = scan_[i];
@@ -306,14 +314,15 @@ bool Engine::Pass(bool statistics, unsigned mcuStride, bool convert) {
             int16_t* block =
                 bufferPtrs_[c] + (size_t{by} * blocksAcross + size_t{mcu} * h_[c] + bx) * 64;
             if (!wholeRow) Transform(block, quant_[tq_[c]]);
-            if (statistics) {
-              AddBlockToHuffman(block, sc.predictor, dc_[sc.dcTable], ac_[sc.acTable]);
-            } else {
-              bits_.OutputOneDCT(block, sc.predictor, dc_[sc.dcTable], ac_[sc.acTable]);
-            }
+            coded_[coded++] = {block, &sc.predictor, &dc_[sc.dcTable], &ac_[sc.acTable]};
           }
         }
       }
+    }
+    if (statistics) {
+      CountBlocks(coded_.get(), coded, vector_);
+    } else {
+      bits_.OutputBlocks(coded_.get(), coded);
     }
   }
   return true;

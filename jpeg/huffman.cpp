@@ -6,8 +6,8 @@
 // 1 so that it takes the longest code: dropping it afterwards guarantees that
 // no real code is all one bits. Lengths above 16 are then folded down pairwise
 // (adjust_bits) while the symbol order stays that of the unlimited lengths.
-// Codes are canonical. The packer holds bits left-aligned, writes whole 32-bit
-// words and stuffs a 0x00 after every 0xFF byte of the scan.
+// Codes are canonical. The packer gathers bits in a 64-bit word, stores it
+// whole once full and stuffs a 0x00 after every 0xFF byte of the scan.
 #include "jpeg/huffman.h"
 
 #include <algorithm>
@@ -18,38 +18,24 @@
 #include <emmintrin.h>
 #endif
 
+#include "jpeg/bits.h"
+#include "jpeg/vector.h"
+
 namespace ZJPEG {
 
 namespace {
 
 constexpr uint8_t kZRL = 0xF0;
 constexpr uint8_t kEOB = 0x00;
-// Worst-case bytes of one coded block are far above this; the word writer
-// re-checks, so the headroom only decides when the buffer is handed over.
-constexpr uint32_t kBlockHeadroom = 128;
-
-struct CategoryTables {
-  uint8_t lo[256];  // bit count of 0…255
-  uint8_t hi[256];  // bit count of (m >> 8) + 8, for m ≥ 256
-};
-
-constexpr CategoryTables BuildCategories() {
-  CategoryTables t{};
-  for (int i = 0; i < 256; ++i) {
-    int n = 0;
-    for (int v = i; v; v >>= 1) ++n;
-    t.lo[i] = static_cast<uint8_t>(n);
-    t.hi[i] = static_cast<uint8_t>(i ? n + 8 : 0);
-  }
-  return t;
-}
-
-constexpr CategoryTables kSiz = BuildCategories();
-
 // Low `size` bits of a coefficient as JPEG codes it: negative values as v − 1.
 inline uint32_t ValueBits(int32_t v, uint32_t size) {
   const uint32_t bits = static_cast<uint32_t>(v + (v >> 31));  // v − 1 when negative
   return bits & ((uint32_t{1} << size) - 1);
+}
+
+// Size category of a magnitude: its bit count, 0 for 0.
+inline uint32_t Size(uint32_t magnitude) {
+  return static_cast<uint32_t>(std::bit_width(magnitude));
 }
 
 // Bit k set when AC coefficient k (1…63) is nonzero.
@@ -71,18 +57,10 @@ inline uint64_t NonzeroMask(const int16_t* block) {
   return mask & ~uint64_t{1};  // the DC term is coded apart
 }
 
-inline bool HasFFByte(uint32_t w) {
-  const uint32_t x = ~w;  // a 0xFF byte of w is a zero byte of x
-  return ((x - 0x01010101u) & ~x & 0x80808080u) != 0;
-}
-
 }  // namespace
 
 uint8_t Category(uint32_t magnitude) {
-  // Both lookups, then a select: on noisy blocks the magnitudes straddle 256
-  // at random, and a branch there is mispredicted about as often as taken.
-  const uint8_t low = kSiz.lo[magnitude & 0xFF], high = kSiz.hi[(magnitude >> 8) & 0xFF];
-  return high ? high : low;
+  return static_cast<uint8_t>(Size(magnitude));
 }
 
 void FrameHuffman::code_size() {
@@ -91,33 +69,46 @@ void FrameHuffman::code_size() {
   // from halved counts so that every length fits the 33-entry `bits`.
   uint64_t scale = 0;
   for (;;) {
-    uint64_t freq[257];
     int sizes[257] = {};
-    for (int i = 0; i < 257; ++i) {
-      freq[i] = frequency[i] ? std::max<uint64_t>(1, uint64_t{frequency[i]} >> scale) : 0;
-      others[i] = -1;
-    }
-    // Symbols still to merge, in a heap whose front is the smallest count,
-    // the higher symbol first among equal counts: the pair a full scan with
-    // "less or equal" would pick, at log cost instead of a scan per merge.
-    int16_t heap[257];
+    for (auto& o : others) o = -1;
+    // Symbols still to merge in a binary min-heap of keys that order by
+    // count, then the higher symbol first among equal counts: count << 9
+    // with 511 − symbol below. That is the pair a full scan with "less or
+    // equal" would pick, at log cost instead of a scan per merge; the keys
+    // are distinct, so the order of merges is fixed. Counts stay below 2^41,
+    // far inside the key.
+    // One entry past the live ones is always the largest key, so a sift can
+    // pick the smaller child without asking whether the right one is live.
+    uint64_t heap[258];
     int live = 0;
     for (int i = 0; i < 257; ++i) {
-      if (freq[i]) heap[live++] = static_cast<int16_t>(i);
+      if (!frequency[i]) continue;
+      const uint64_t count = std::max<uint64_t>(1, uint64_t{frequency[i]} >> scale);
+      heap[live++] = (count << 9) | static_cast<uint64_t>(511 - i);
     }
-    auto later = [&freq](int16_t a, int16_t b) {
-      return freq[a] != freq[b] ? freq[a] > freq[b] : a < b;
+    heap[live] = ~uint64_t{0};
+    auto siftDown = [&heap, &live](int at) {
+      const uint64_t key = heap[at];
+      for (int child = 2 * at + 1; child < live; child = 2 * at + 1) {
+        child += heap[child + 1] < heap[child];  // a select, not a branch
+        if (heap[child] >= key) break;
+        heap[at] = heap[child];
+        at = child;
+      }
+      heap[at] = key;
     };
-    std::make_heap(heap, heap + live, later);
+    for (int at = live / 2 - 1; at >= 0; --at) siftDown(at);
     while (live > 1) {
-      std::pop_heap(heap, heap + live--, later);
-      int c1 = heap[live];
-      std::pop_heap(heap, heap + live--, later);
-      int c2 = heap[live];
-      freq[c1] += freq[c2];
-      freq[c2] = 0;
-      heap[live++] = static_cast<int16_t>(c1);
-      std::push_heap(heap, heap + live, later);
+      const uint64_t first = heap[0];
+      heap[0] = heap[--live];
+      heap[live] = ~uint64_t{0};
+      siftDown(0);
+      const uint64_t second = heap[0];
+      // The merged entry keeps the first symbol; it replaces the second.
+      heap[0] = (((first >> 9) + (second >> 9)) << 9) | (first & 511);
+      siftDown(0);
+      int c1 = 511 - static_cast<int>(first & 511);
+      int c2 = 511 - static_cast<int>(second & 511);
       ++sizes[c1];
       while (others[c1] >= 0) ++sizes[c1 = others[c1]];
       others[c1] = static_cast<int16_t>(c2);
@@ -159,11 +150,14 @@ void FrameHuffman::adjust_bits() {
 }
 
 void FrameHuffman::sort_input() {
-  int p = 0;
-  for (int length = 1; length <= 32; ++length) {
-    for (int s = 0; s < 256; ++s) {
-      if (codeSize[s] == length) values[p++] = static_cast<uint8_t>(s);
-    }
+  // A counting sort: rising length, then rising symbol, in one pass over
+  // the symbols instead of one per length.
+  int next[34] = {};
+  for (int s = 0; s < 256; ++s) ++next[codeSize[s] + 1];
+  next[1] = 0;  // unused symbols (length 0) take no place
+  for (int length = 2; length <= 33; ++length) next[length] += next[length - 1];
+  for (int s = 0; s < 256; ++s) {
+    if (codeSize[s]) values[next[codeSize[s]]++] = static_cast<uint8_t>(s);
   }
 }
 
@@ -205,127 +199,151 @@ void FrameHuffman::Generate() {
   order_codes();
 }
 
-void AddBlockToHuffman(const int16_t* block, int16_t& predictor, FrameHuffman& dc,
-                       FrameHuffman& ac) {
+namespace {
+
+// The symbols of one zigzag block, straight from the coefficients, in
+// order: dcSymbol(size, value bits), then acSymbol(symbol, size, value
+// bits) for each AC symbol, ZRL and EOB with no value bits.
+template <class DcSymbol, class AcSymbol>
+inline void WalkBlock(const int16_t* block, int16_t& predictor, DcSymbol dcSymbol,
+                      AcSymbol acSymbol) {
   const int32_t diff = block[0] - predictor;
   predictor = block[0];
-  ++dc.frequency[Category(static_cast<uint32_t>(std::abs(diff)))];
-  int run = 0;
-  for (int k = 1; k < 64; ++k) {
+  const uint32_t dcSize = Size(static_cast<uint32_t>(std::abs(diff)));
+  dcSymbol(dcSize, ValueBits(diff, dcSize));
+
+  // Walk the nonzero coefficients only: on flat areas most of a block is
+  // zero. Bit i of `rest`: coefficient `at` + i is nonzero. Only 63 bits,
+  // so a run and its coefficient shift out together in one shift below 64.
+  const uint64_t nonzero = NonzeroMask(block);
+  const bool endOfBlock = (nonzero >> 63) == 0;
+  uint64_t rest = nonzero >> 1;
+  uint32_t at = 1;
+  while (rest) {
+    uint32_t run = static_cast<uint32_t>(std::countr_zero(rest));
+    rest >>= run + 1;
+    const uint32_t k = at + run;
+    at = k + 1;
+    for (; run >= 16; run -= 16) acSymbol(kZRL, 0, 0);
     const int32_t v = block[k];
-    if (v == 0) {
-      ++run;
-      continue;
-    }
-    for (; run >= 16; run -= 16) ++ac.frequency[kZRL];
-    ++ac.frequency[((run << 4) | Category(static_cast<uint32_t>(std::abs(v)))) & 0xFF];
-    run = 0;
+    const uint32_t size = Size(static_cast<uint32_t>(std::abs(v)));
+    acSymbol(((run << 4) | size) & 0xFF, size, ValueBits(v, size));
   }
-  if (run > 0) ++ac.frequency[kEOB];
+  if (endOfBlock) acSymbol(kEOB, 0, 0);
 }
 
-void BitPacker::OutputOneDCT(const int16_t* block, int16_t& predictor, const FrameHuffman& dc,
-                             const FrameHuffman& ac) {
-  if (out_->capacity - out_->count < kBlockHeadroom) {
-    if (out_->failed) {
-      out_->count = 0;  // the sink takes nothing more: the bytes are dropped
+void CodeBlock(BitState& bits, const CodedBlock& b) {
+  const FrameHuffman& dc = *b.dc;
+  const FrameHuffman& ac = *b.ac;
+  WalkBlock(
+      b.coefficients, *b.predictor,
+      [&](uint32_t size, uint32_t value) {
+        // Code (up to 16 bits) and value bits as one field.
+        bits.Put((uint32_t{dc.codeBySymbol[size]} << size) | value,
+                 dc.lengthBySymbol[size] + static_cast<int>(size));
+      },
+      [&](uint32_t symbol, uint32_t size, uint32_t value) {
+        bits.Put((uint32_t{ac.codeBySymbol[symbol]} << size) | value,
+                 ac.lengthBySymbol[symbol] + static_cast<int>(size));
+      });
+}
+
+}  // namespace
+
+void AddBlockToHuffman(const int16_t* block, int16_t& predictor, FrameHuffman& dc,
+                       FrameHuffman& ac) {
+  WalkBlock(
+      block, predictor, [&](uint32_t size, uint32_t) { ++dc.frequency[size]; },
+      [&](uint32_t symbol, uint32_t, uint32_t) { ++ac.frequency[symbol]; });
+}
+
+void CountBlocks(const CodedBlock* blocks, size_t count, bool vector) {
+  if (vector) {
+    CountBlocksVector(blocks, count);
+    return;
+  }
+  for (size_t i = 0; i < count; ++i) {
+    const CodedBlock& b = blocks[i];
+    AddBlockToHuffman(b.coefficients, *b.predictor, *b.dc, *b.ac);
+  }
+}
+
+template <uint32_t kMostBytes, typename Code>
+void BitPacker::Write(Code code) {
+  JPEGOutputStream& s = *out_;
+  if (s.capacity - s.count < kMostBytes && !s.failed) s.DumpBuffer();
+  // Straight into the stream's buffer when it has room for the most the
+  // coder can write; else (a small caller buffer, or a failed sink, which
+  // drops the bytes) into scratch, handed over byte by byte.
+  const bool direct = !s.failed && s.capacity - s.count >= kMostBytes;
+  uint8_t scratch[kMostBytes];
+  // The held bits live in locals: stores into the output buffer may alias
+  // any member, which would send every update through memory.
+  BitState bits{acc_, free_, direct ? s.buffer + s.count : scratch};
+  code(bits);
+  acc_ = bits.acc;
+  free_ = bits.free;
+  if (direct) {
+    s.count = static_cast<uint32_t>(bits.p - s.buffer);
+  } else {
+    for (const uint8_t* b = scratch; b < bits.p; ++b) s.PutByte(*b);
+  }
+}
+
+void BitPacker::OutputBlocks(const CodedBlock* blocks, size_t count) {
+  JPEGOutputStream& s = *out_;
+  while (count > 0) {
+    if (s.capacity - s.count < kBlockBytes && !s.failed) s.DumpBuffer();
+    // As many blocks as surely fit go straight into the stream's buffer.
+    const size_t fit = s.failed ? 0 : (s.capacity - s.count) / kBlockBytes;
+    const size_t n = std::min(count, fit);
+    if (n == 0) {
+      // A small caller buffer, or a failed sink: one block through scratch.
+      Write<kBlockBytes>([&](BitState& bits) { CodeBlock(bits, *blocks); });
+      ++blocks;
+      --count;
+      continue;
+    }
+    BitState bits{acc_, free_, s.buffer + s.count};
+    if (vector_) {
+      CodeBlocksVector(bits, blocks, n);
     } else {
-      out_->DumpBuffer();
+      // Locals for the run: stores into the output buffer may alias any
+      // member, which would send every update through memory.
+      BitState local = bits;
+      for (size_t i = 0; i < n; ++i) CodeBlock(local, blocks[i]);
+      bits = local;
     }
+    acc_ = bits.acc;
+    free_ = bits.free;
+    s.count = static_cast<uint32_t>(bits.p - s.buffer);
+    blocks += n;
+    count -= n;
   }
-
-  // The held bits live in locals for the block: stores into the output
-  // buffer may alias any member, which would send every update through
-  // memory.
-  uint64_t acc = acc_;
-  uint32_t held = held_;
-  auto put = [&](uint32_t code, uint32_t length) {
-    if (length == 0) return;
-    // held < 32 and length ≤ 32: two shifts, each below 64.
-    acc |= (uint64_t{code} << (32 - length)) << (32 - held);
-    held += length;
-    if (held >= 32) {
-      WriteWord(static_cast<uint32_t>(acc >> 32));
-      acc <<= 32;
-      held -= 32;
-    }
-  };
-
-  const int32_t diff = block[0] - predictor;
-  predictor = block[0];
-  const uint32_t dcSize = Category(static_cast<uint32_t>(std::abs(diff)));
-  // Code (up to 16 bits) and value (up to 11) as one field, as for AC.
-  put((uint32_t{dc.codeBySymbol[dcSize]} << dcSize) | ValueBits(diff, dcSize),
-      dc.lengthBySymbol[dcSize] + dcSize);
-
-  // Walk the nonzero coefficients only: on flat areas most of a block is zero.
-  uint64_t nonzero = NonzeroMask(block);
-  int previous = 0;
-  while (nonzero) {
-    const int k = std::countr_zero(nonzero);
-    nonzero &= nonzero - 1;
-    int run = k - previous - 1;
-    previous = k;
-    for (; run >= 16; run -= 16) put(ac.codeBySymbol[kZRL], ac.lengthBySymbol[kZRL]);
-    const int32_t v = block[k];
-    const uint32_t size = Category(static_cast<uint32_t>(std::abs(v)));
-    const uint32_t symbol = ((static_cast<uint32_t>(run) << 4) | size) & 0xFF;
-    const uint32_t length = ac.lengthBySymbol[symbol];
-    put((uint32_t{ac.codeBySymbol[symbol]} << size) | ValueBits(v, size), length + size);
-  }
-  if (previous != 63) put(ac.codeBySymbol[kEOB], ac.lengthBySymbol[kEOB]);
-  acc_ = acc;
-  held_ = held;
 }
 
 void BitPacker::Put(uint32_t code, uint32_t length) {
-  if (length == 0) return;
-  acc_ |= uint64_t{code} << (64 - held_ - length);
-  held_ += length;
-  if (held_ >= 32) {
-    WriteWord(static_cast<uint32_t>(acc_ >> 32));
-    acc_ <<= 32;
-    held_ -= 32;
-  }
-}
-
-void BitPacker::WriteWord(uint32_t w) {
-  JPEGOutputStream& s = *out_;
-  if (s.capacity - s.count >= 8) {
-    uint8_t* p = s.buffer + s.count;
-    if (!HasFFByte(w)) {
-      p[0] = static_cast<uint8_t>(w >> 24);
-      p[1] = static_cast<uint8_t>(w >> 16);
-      p[2] = static_cast<uint8_t>(w >> 8);
-      p[3] = static_cast<uint8_t>(w);
-      s.count += 4;
-      return;
-    }
-    for (int shift = 24; shift >= 0; shift -= 8) {
-      const uint8_t b = static_cast<uint8_t>(w >> shift);
-      *p++ = b;
-      if (b == 0xFF) *p++ = 0;
-    }
-    s.count = static_cast<uint32_t>(p - s.buffer);
+  if (static_cast<uint32_t>(free_) >= length) {
+    free_ -= static_cast<int>(length);
+    acc_ = (acc_ << length) | code;
     return;
   }
-  for (int shift = 24; shift >= 0; shift -= 8) WriteByte(static_cast<uint8_t>(w >> shift));
-}
-
-void BitPacker::WriteByte(uint8_t b) {
-  out_->PutByte(b);
-  if (b == 0xFF) out_->PutByte(0);
+  // One word: 8 bytes, 16 if every one is stuffed.
+  Write<16>([&](BitState& bits) { bits.Put(code, static_cast<int>(length)); });
 }
 
 void BitPacker::Flush() {
-  while (held_ >= 8) {
-    WriteByte(static_cast<uint8_t>(acc_ >> 56));
-    acc_ <<= 8;
-    held_ -= 8;
+  const int held = 64 - free_;
+  // Left-aligned, with zero bits after the last held one.
+  uint64_t word = held ? acc_ << free_ : 0;
+  for (int n = 0; n < held; n += 8) {
+    const uint8_t b = static_cast<uint8_t>(word >> 56);
+    word <<= 8;
+    out_->PutByte(b);
+    if (b == 0xFF) out_->PutByte(0);
   }
-  if (held_ > 0) WriteByte(static_cast<uint8_t>(acc_ >> 56));  // zero bits below
   acc_ = 0;
-  held_ = 0;
+  free_ = 64;
 }
 
 }  // namespace ZJPEG

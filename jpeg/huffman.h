@@ -2,6 +2,7 @@
 #ifndef QL_JPEG_HUFFMAN_H
 #define QL_JPEG_HUFFMAN_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "jpeg/zjpeg.h"
@@ -42,25 +43,41 @@ uint8_t Category(uint32_t magnitude);
 void AddBlockToHuffman(const int16_t* block, int16_t& predictor, FrameHuffman& dc,
                        FrameHuffman& ac);
 
-// Entropy-coded output: whole 32-bit words with 0xFF00 stuffing, straight
-// into the stream's buffer.
+// A block of a pass: its zigzag coefficients, the DC predictor of its
+// component and the tables its symbols are counted in or coded with.
+struct CodedBlock {
+  const int16_t* coefficients;
+  int16_t* predictor;
+  FrameHuffman* dc;
+  FrameHuffman* ac;
+};
+
+// Counts the symbols of the blocks in order, with the vector unit's help
+// when `vector`; the counts are the same.
+void CountBlocks(const CodedBlock* blocks, size_t count, bool vector);
+
+// Entropy-coded output with 0xFF00 stuffing, straight into the stream's
+// buffer: bits gather in a 64-bit word that is stored whole once full.
 class BitPacker {
  public:
-  explicit BitPacker(JPEGOutputStream* out) : out_(out) {}
-  // Codes one block; checks the stream for room first.
-  void OutputOneDCT(const int16_t* block, int16_t& predictor, const FrameHuffman& dc,
-                    const FrameHuffman& ac);
-  void Put(uint32_t code, uint32_t length);  // length 0…32
+  // `vector`: code blocks with the vector unit's help; the bytes are the same.
+  explicit BitPacker(JPEGOutputStream* out, bool vector = false) : out_(out), vector_(vector) {}
+  // Codes the blocks in order: an MCU row at a time, so that the bits stay
+  // in registers from block to block.
+  void OutputBlocks(const CodedBlock* blocks, size_t count);
+  void Put(uint32_t code, uint32_t length);  // length 0…32, no bits above it
   // Whole bytes, then a last partial byte padded with zero bits; all stuffed.
   void Flush();
 
  private:
-  void WriteWord(uint32_t word);
-  void WriteByte(uint8_t b);
+  // Runs `code` on the held bits over room for kMostBytes.
+  template <uint32_t kMostBytes, typename Code>
+  void Write(Code code);
 
   JPEGOutputStream* out_;
-  uint64_t acc_ = 0;  // held bits, left-aligned at bit 63
-  uint32_t held_ = 0;
+  bool vector_;
+  uint64_t acc_ = 0;  // the low 64 − free_ bits are held, oldest highest
+  int free_ = 64;     // 0…64
 };
 
 }  // namespace ZJPEG

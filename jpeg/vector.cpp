@@ -12,7 +12,9 @@
 // 16.16 reciprocals; quantisation runs in the transposed order the second
 // pass leaves and the zigzag reorder keeps the low 16 bits as the scalar cast
 // does.
+#include <bit>
 #include <cstdlib>
+#include <cstring>
 
 #include "jpeg/vector.h"
 
@@ -21,6 +23,8 @@
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
 #include <hwy/highway.h>
 
+#include "jpeg/bits.h"
+#include "jpeg/huffman.h"
 #include "jpeg/tables.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -93,13 +97,17 @@ constexpr ZigzagShuffles kZigzagShuffles = [] {
   return z;
 }();
 
-// The reorder as at most a few shuffles per output row instead of 64 moves.
+// The reorder as 40 shuffles, those of the source rows each output row
+// draws from, instead of 64 moves. Unrolled so that the choice of rows and
+// the shuffle patterns are known when compiling.
 HWY_INLINE void ZigzagReorder(const int16_t* in, int16_t* block) {
   const hn::FixedTag<uint8_t, 16> d;
   hn::Vec<decltype(d)> rows[8];
   for (int s = 0; s < 8; ++s) rows[s] = hn::LoadU(d, reinterpret_cast<const uint8_t*>(in + s * 8));
+#pragma GCC unroll 8
   for (int o = 0; o < 8; ++o) {
     auto v = hn::Zero(d);
+#pragma GCC unroll 8
     for (int s = 0; s < 8; ++s) {
       if (kZigzagShuffles.from[o] & (1 << s)) {
         v = hn::Or(v, hn::TableLookupBytesOr0(rows[s], hn::LoadU(d, kZigzagShuffles.bytes[o][s])));
@@ -115,7 +123,7 @@ HWY_INLINE void ZigzagReorder(const int16_t* in, int16_t* block) {
 #if HWY_TARGET == HWY_SCALAR
 // The one-lane build, for processors without a vector unit Highway targets:
 // the scalar code itself.
-int DCTQuant(int16_t* block, const QuantSlot& slot) {
+HWY_INLINE int DCTQuant(int16_t* block, const QuantSlot& slot) {
   int32_t work[64];
   return DCTInteger(block, slot, work);
 }
@@ -164,7 +172,36 @@ HWY_INLINE void Transpose8x8(D d, V (&v)[8]) {
   }
 }
 
-int DCTQuant(int16_t* block, const QuantSlot& slot) {
+// The zigzag order gathered from the eight half rows the narrowing leaves
+// (half h: the left, h even, or right, h odd, four coefficients of rows
+// h & ~1 and h | 1 of the transposed result): 256-bit output p
+// (coefficients 16p…16p + 15) takes from half h the bytes
+// kZigzagFromHalves.bytes[p][h] names (0x80: none), 18 shuffles in all.
+struct ZigzagHalfShuffles {
+  uint8_t bytes[4][8][32];
+  uint8_t from[4];
+};
+constexpr ZigzagHalfShuffles kZigzagFromHalves = [] {
+  ZigzagHalfShuffles z{};
+  for (int p = 0; p < 4; ++p) {
+    for (int h = 0; h < 8; ++h) {
+      for (int b = 0; b < 32; ++b) z.bytes[p][h][b] = 0x80;
+    }
+    for (int j = 0; j < 16; ++j) {
+      const int t = kZigzagTransposed[p * 16 + j];
+      const int row = t / 8, column = t % 8;
+      const int h = (row & ~1) + column / 4;
+      const int element = (row & 1) * 4 + column % 4;  // within the 16-byte half
+      // Output byte pairs 0…7 lie in the lower block, 8…15 in the upper.
+      z.bytes[p][h][2 * j] = static_cast<uint8_t>(2 * element);
+      z.bytes[p][h][2 * j + 1] = static_cast<uint8_t>(2 * element + 1);
+      z.from[p] = static_cast<uint8_t>(z.from[p] | (1 << h));
+    }
+  }
+  return z;
+}();
+
+HWY_INLINE int DCTQuant(int16_t* block, const QuantSlot& slot) {
   const hn::FixedTag<int32_t, 8> d;
   const hn::Rebind<int16_t, decltype(d)> d16;
   using V = hn::Vec<decltype(d)>;
@@ -174,18 +211,40 @@ int DCTQuant(int16_t* block, const QuantSlot& slot) {
   Transpose8x8(d, v);
   Butterflies(d, v, true);
   const V round = hn::Set(d, 32767);
+  V q[8];
+  for (size_t r = 0; r < 8; ++r) {
+    const V product = hn::Mul(v[r], hn::LoadU(d, slot.transposedReciprocals + r * 8));
+    q[r] = hn::ShiftRight<16>(hn::Add(product, round));
+  }
   // Quantised coefficients of 8-bit samples lie well inside 16 bits, so the
   // saturating narrowing keeps the same low 16 bits the scalar cast keeps.
-  HWY_ALIGN int16_t out[64];
-  for (size_t r = 0; r < 8; ++r) {
-    const V q = hn::Mul(v[r], hn::LoadU(d, slot.transposedReciprocals + r * 8));
-    hn::Store(hn::DemoteTo(d16, hn::ShiftRight<16>(hn::Add(q, round))), d16, out + r * 8);
+  // Narrowing rows 2i and 2i + 1 together leaves their left halves in the
+  // lower 128 bits and their right halves in the upper; each such half,
+  // copied to both 128-bit blocks, is a source of the in-block shuffles.
+  const hn::FixedTag<int16_t, 16> dw;
+  const hn::Repartition<uint8_t, decltype(dw)> d8;
+  hn::Vec<decltype(d8)> halves[8];
+  for (int i = 0; i < 4; ++i) {
+    const auto packed = hn::BitCast(d8, hn::ReorderDemote2To(dw, q[2 * i], q[2 * i + 1]));
+    halves[2 * i] = hn::ConcatLowerLower(d8, packed, packed);
+    halves[2 * i + 1] = hn::ConcatUpperUpper(d8, packed, packed);
   }
-  ZigzagReorder(out, block);
+#pragma GCC unroll 4
+  for (int p = 0; p < 4; ++p) {
+    auto out = hn::Zero(d8);
+#pragma GCC unroll 8
+    for (int h = 0; h < 8; ++h) {
+      if (kZigzagFromHalves.from[p] & (1 << h)) {
+        out = hn::Or(
+            out, hn::TableLookupBytesOr0(halves[h], hn::LoadU(d8, kZigzagFromHalves.bytes[p][h])));
+      }
+    }
+    hn::StoreU(out, d8, reinterpret_cast<uint8_t*>(block + p * 16));
+  }
   return 63;
 }
 #else
-int DCTQuant(int16_t* block, const QuantSlot& slot) {
+HWY_INLINE int DCTQuant(int16_t* block, const QuantSlot& slot) {
   const hn::CappedTag<int32_t, 8> d;
   const hn::Rebind<int16_t, decltype(d)> d16;
   using V = hn::Vec<decltype(d)>;
@@ -218,20 +277,57 @@ int DCTQuant(int16_t* block, const QuantSlot& slot) {
 
 #endif  // eight lanes
 
+// Y, Cb and Cr of the pixels in lanes of 16 bits, `du` unsigned and `di`
+// signed of the same width.
+template <class DU, class DI>
+HWY_INLINE void YCbCr(DU du, DI di, hn::Vec<DU> ru, hn::Vec<DU> gu, hn::Vec<DU> bu, hn::Vec<DI>& y,
+                      hn::Vec<DI>& cb, hn::Vec<DI>& cr) {
+  const auto flip = hn::Set(du, uint16_t{0x8000});
+  y = hn::BitCast(di, hn::Xor(hn::Add(hn::Add(hn::Mul(ru, hn::Set(du, uint16_t{kRY})),
+                                              hn::Mul(gu, hn::Set(du, uint16_t{kGY}))),
+                                      hn::Mul(bu, hn::Set(du, uint16_t{kBY}))),
+                              flip));
+  const auto ri = hn::BitCast(di, ru), gi = hn::BitCast(di, gu), bi = hn::BitCast(di, bu);
+  cb = hn::Add(
+      hn::Add(hn::Mul(ri, hn::Set(di, int16_t{kRCb})), hn::Mul(gi, hn::Set(di, int16_t{kGCb}))),
+      hn::Mul(bi, hn::Set(di, int16_t{kBCb})));
+  cr = hn::Add(
+      hn::Add(hn::Mul(ri, hn::Set(di, int16_t{kRCr})), hn::Mul(gi, hn::Set(di, int16_t{kGCr}))),
+      hn::Mul(bi, hn::Set(di, int16_t{kBCr})));
+}
+
 void ConvertRow(const uint8_t* row, const size_t offsets[3], unsigned step, unsigned firstMcu,
                 unsigned endMcu, unsigned mcuStride, unsigned rowInBlock, int16_t* const* buffers) {
   const hn::FixedTag<uint8_t, 8> d8;
   const hn::FixedTag<uint16_t, 8> du;
   const hn::FixedTag<int16_t, 8> di;
   using V8 = hn::Vec<decltype(d8)>;
-  const auto flip = hn::Set(du, uint16_t{0x8000});
-  const auto wry = hn::Set(du, uint16_t{kRY}), wgy = hn::Set(du, uint16_t{kGY}),
-             wby = hn::Set(du, uint16_t{kBY});
-  const auto wrcb = hn::Set(di, int16_t{kRCb}), wgcb = hn::Set(di, int16_t{kGCb}),
-             wbcb = hn::Set(di, int16_t{kBCb});
-  const auto wrcr = hn::Set(di, int16_t{kRCr}), wgcr = hn::Set(di, int16_t{kGCr}),
-             wbcr = hn::Set(di, int16_t{kBCr});
-  for (unsigned mcu = firstMcu; mcu < endMcu; mcu += mcuStride) {
+  unsigned mcu = firstMcu;
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
+  // Interleaved R, G, B, the plug-in's rows: two MCUs, 16 pixels, per step
+  // in lanes of 16 bits, the halves stored to the two blocks.
+  if (step == 3 && mcuStride == 1 && offsets[0] == 0 && offsets[1] == 1 && offsets[2] == 2) {
+    const hn::FixedTag<uint8_t, 16> d16x8;
+    const hn::FixedTag<uint16_t, 16> d16u;
+    const hn::FixedTag<int16_t, 16> d16i;
+    const hn::FixedTag<int16_t, 8> half;
+    for (; mcu + 2 <= endMcu; mcu += 2) {
+      hn::Vec<decltype(d16x8)> r, g, b;
+      hn::LoadInterleaved3(d16x8, row + size_t{mcu} * 24, r, g, b);
+      hn::Vec<decltype(d16i)> y, cb, cr;
+      YCbCr(d16u, d16i, hn::PromoteTo(d16u, r), hn::PromoteTo(d16u, g), hn::PromoteTo(d16u, b), y,
+            cb, cr);
+      const size_t at = size_t{mcu} * 64 + rowInBlock * 8;
+      hn::StoreU(hn::LowerHalf(half, y), half, buffers[0] + at);
+      hn::StoreU(hn::UpperHalf(half, y), half, buffers[0] + at + 64);
+      hn::StoreU(hn::LowerHalf(half, cb), half, buffers[1] + at);
+      hn::StoreU(hn::UpperHalf(half, cb), half, buffers[1] + at + 64);
+      hn::StoreU(hn::LowerHalf(half, cr), half, buffers[2] + at);
+      hn::StoreU(hn::UpperHalf(half, cr), half, buffers[2] + at + 64);
+    }
+  }
+#endif
+  for (; mcu < endMcu; mcu += mcuStride) {
     const uint8_t* p = row + size_t{mcu} * 8 * step;
     V8 r, g, b;
     if (step == 1) {
@@ -249,20 +345,107 @@ void ConvertRow(const uint8_t* row, const size_t offsets[3], unsigned step, unsi
       g = ch[offsets[1]];
       b = ch[offsets[2]];
     }
-    const auto ru = hn::PromoteTo(du, r), gu = hn::PromoteTo(du, g), bu = hn::PromoteTo(du, b);
-    const auto y =
-        hn::Xor(hn::Add(hn::Add(hn::Mul(ru, wry), hn::Mul(gu, wgy)), hn::Mul(bu, wby)), flip);
-    const auto ri = hn::BitCast(di, ru), gi = hn::BitCast(di, gu), bi = hn::BitCast(di, bu);
-    const auto cb = hn::Add(hn::Add(hn::Mul(ri, wrcb), hn::Mul(gi, wgcb)), hn::Mul(bi, wbcb));
-    const auto cr = hn::Add(hn::Add(hn::Mul(ri, wrcr), hn::Mul(gi, wgcr)), hn::Mul(bi, wbcr));
+    hn::Vec<decltype(di)> y, cb, cr;
+    YCbCr(du, di, hn::PromoteTo(du, r), hn::PromoteTo(du, g), hn::PromoteTo(du, b), y, cb, cr);
     const size_t at = size_t{mcu} * 64 + rowInBlock * 8;
-    hn::StoreU(hn::BitCast(di, y), di, buffers[0] + at);
+    hn::StoreU(y, di, buffers[0] + at);
     hn::StoreU(cb, di, buffers[1] + at);
     hn::StoreU(cr, di, buffers[2] + at);
   }
 }
 #endif  // HWY_TARGET == HWY_SCALAR
 
+// The symbols of one zigzag block, in order: dcSymbol(size, value bits),
+// then acSymbol(symbol, size, value bits) for each AC symbol, ZRL and EOB
+// with no value bits. Magnitudes, value bits and the nonzero mask come
+// from lanes.
+template <class DcSymbol, class AcSymbol>
+HWY_INLINE void WalkBlock(const int16_t* block, int16_t& predictor, DcSymbol dcSymbol,
+                          AcSymbol acSymbol) {
+  constexpr uint32_t kZRL = 0xF0, kEOB = 0x00;
+  const hn::ScalableTag<int16_t> d;
+  const hn::RebindToUnsigned<decltype(d)> du;
+  const size_t lanes = hn::Lanes(d);
+  // Per coefficient: the magnitude (−32768 gives 32768, read unsigned) and
+  // the bits JPEG codes the value with, v or v − 1 when v is negative, of
+  // which the low `size` are kept.
+  HWY_ALIGN uint16_t magnitude[64];
+  HWY_ALIGN uint16_t valueBits[64];
+  uint64_t zero = 0;
+  for (size_t i = 0; i < 64; i += lanes) {
+    const auto v = hn::LoadU(d, block + i);
+    hn::Store(hn::BitCast(du, hn::Abs(v)), du, magnitude + i);
+    hn::Store(hn::BitCast(du, hn::Add(v, hn::ShiftRight<15>(v))), du, valueBits + i);
+    // One bit a lane, in whole bytes whose bits past the lanes are zero.
+    uint8_t maskBytes[8] = {};
+    hn::StoreMaskBits(d, hn::Eq(v, hn::Zero(d)), maskBytes);
+    uint64_t laneBits;
+    std::memcpy(&laneBits, maskBytes, 8);
+    zero |= laneBits << i;
+  }
+  const uint64_t nonzero = ~zero & ~uint64_t{1};  // the DC term is coded apart
+
+  const int32_t diff = block[0] - predictor;
+  predictor = block[0];
+  const uint32_t dcSize =
+      static_cast<uint32_t>(std::bit_width(static_cast<uint32_t>(std::abs(diff))));
+  dcSymbol(dcSize, static_cast<uint32_t>(diff + (diff >> 31)) & ((uint32_t{1} << dcSize) - 1));
+
+  // Bit i of `rest`: coefficient `at` + i is nonzero. Only 63 bits, so a
+  // run and its coefficient shift out together in one shift below 64.
+  const bool endOfBlock = (nonzero >> 63) == 0;
+  uint64_t rest = nonzero >> 1;
+  uint32_t at = 1;
+  while (rest) {
+    uint32_t run = static_cast<uint32_t>(std::countr_zero(rest));
+    rest >>= run + 1;
+    const uint32_t k = at + run;
+    at = k + 1;
+    if (HWY_UNLIKELY(run >= 16)) {
+      for (; run >= 16; run -= 16) acSymbol(kZRL, 0, 0);
+    }
+    // Nonzero, so the bit count is one more than the top bit's index.
+    const uint32_t size = static_cast<uint32_t>(31 ^ __builtin_clz(magnitude[k])) + 1;
+    acSymbol(((run << 4) | size) & 0xFF, size, valueBits[k] & ((uint32_t{1} << size) - 1));
+  }
+  if (endOfBlock) acSymbol(kEOB, 0, 0);
+}
+
+void CodeBlocks(BitState& state, const CodedBlock* blocks, size_t count) {
+  // The held bits live in locals: stores into the output buffer may alias
+  // the caller's state.
+  BitState bits = state;
+  for (size_t i = 0; i < count; ++i) {
+    const FrameHuffman& dc = *blocks[i].dc;
+    const FrameHuffman& ac = *blocks[i].ac;
+    WalkBlock(
+        blocks[i].coefficients, *blocks[i].predictor,
+        [&](uint32_t size, uint32_t value) {
+          // Code (up to 16 bits) and value bits as one field.
+          bits.Put((uint32_t{dc.codeBySymbol[size]} << size) | value,
+                   dc.lengthBySymbol[size] + static_cast<int>(size));
+        },
+        [&](uint32_t symbol, uint32_t size, uint32_t value) {
+          bits.Put((uint32_t{ac.codeBySymbol[symbol]} << size) | value,
+                   ac.lengthBySymbol[symbol] + static_cast<int>(size));
+        });
+  }
+  state = bits;
+}
+
+void CountBlocks(const CodedBlock* blocks, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    FrameHuffman& dc = *blocks[i].dc;
+    FrameHuffman& ac = *blocks[i].ac;
+    WalkBlock(
+        blocks[i].coefficients, *blocks[i].predictor,
+        [&](uint32_t size, uint32_t) { ++dc.frequency[size]; },
+        [&](uint32_t symbol, uint32_t, uint32_t) { ++ac.frequency[symbol]; });
+  }
+}
+
+// The transform inlined, so that its constants stay in registers from
+// block to block.
 void DCTQuantBlocks(int16_t* blocks, size_t count, const QuantSlot& slot) {
   for (size_t b = 0; b < count; ++b) DCTQuant(blocks + b * 64, slot);
 }
@@ -278,6 +461,8 @@ namespace ZJPEG {
 HWY_EXPORT(DCTQuant);
 HWY_EXPORT(DCTQuantBlocks);
 HWY_EXPORT(ConvertRow);
+HWY_EXPORT(CodeBlocks);
+HWY_EXPORT(CountBlocks);
 
 bool VectorUnitPresent() {
   return (hwy::SupportedTargets() & HWY_TARGETS & ~int64_t{HWY_EMU128 | HWY_SCALAR}) != 0;
@@ -313,6 +498,14 @@ int DCTIntegerVector(int16_t* block, const QuantSlot& slot) {
 
 void DCTIntegerVectorBlocks(int16_t* blocks, size_t count, const QuantSlot& slot) {
   HWY_DYNAMIC_DISPATCH(DCTQuantBlocks)(blocks, count, slot);
+}
+
+void CodeBlocksVector(BitState& bits, const CodedBlock* blocks, size_t count) {
+  HWY_DYNAMIC_DISPATCH(CodeBlocks)(bits, blocks, count);
+}
+
+void CountBlocksVector(const CodedBlock* blocks, size_t count) {
+  HWY_DYNAMIC_DISPATCH(CountBlocks)(blocks, count);
 }
 
 }  // namespace ZJPEG

@@ -12,6 +12,9 @@
 
 namespace ZJPEG {
 
+struct BitState;
+struct CodedBlock;
+
 // True when the processor has a vector unit the build targets (beyond the
 // portable 128-bit emulation).
 bool VectorUnitPresent();
@@ -35,6 +38,13 @@ void ConvertRowYCbCrVector(const uint8_t* row, const size_t offsets[3], unsigned
 int DCTIntegerVector(int16_t* block, const QuantSlot& slot);
 // The same on `count` consecutive blocks: one dispatch for an MCU row.
 void DCTIntegerVectorBlocks(int16_t* blocks, size_t count, const QuantSlot& slot);
+
+// Codes zigzag blocks (the plain coder's symbols and bits, the same bytes):
+// magnitudes, value bits and the nonzero mask computed in lanes. `bits`
+// has room for the largest `count` blocks.
+void CodeBlocksVector(BitState& bits, const CodedBlock* blocks, size_t count);
+// Counts the symbols of the blocks in order, as CodeBlocksVector codes them.
+void CountBlocksVector(const CodedBlock* blocks, size_t count);
 
 }  // namespace ZJPEG
 

@@ -206,7 +206,8 @@ void TimeStages(const Image& img, bool vector, double (&seconds)[kStages], size_
   ZJPEG::BufferRowMemoryRequester rows(img.rgb.data(), uint32_t(img.width) * 3,
                                        uint16_t(img.height));
   TimedStream out;
-  ZJPEG::BitPacker bits(&out);
+  ZJPEG::BitPacker bits(&out, vector);
+  std::vector<ZJPEG::CodedBlock> coded(size_t(mcus) * 3);
   int32_t work[64];
   for (double& s : seconds) s = 0;
   auto lap = [](Clock::time_point& t0) {
@@ -241,16 +242,19 @@ void TimeStages(const Image& img, bool vector, double (&seconds)[kStages], size_
         }
       }
       seconds[kTransform] += lap(t0);
+      // A row's blocks are counted or coded in one call, as the encoder does.
+      size_t n = 0;
       for (uint32_t m = 0; m < mcus; m += stride) {
         for (int c = 0; c < 3; ++c) {
           const int16_t* block = buffers[c] + size_t(m) * 64;
           const int t = c ? 1 : 0;
-          if (pass == 0) {
-            ZJPEG::AddBlockToHuffman(block, predictors[c], dc[t], ac[t]);
-          } else {
-            bits.OutputOneDCT(block, predictors[c], dc[t], ac[t]);
-          }
+          coded[n++] = {block, &predictors[c], &dc[t], &ac[t]};
         }
+      }
+      if (pass == 0) {
+        ZJPEG::CountBlocks(coded.data(), n, vector);
+      } else {
+        bits.OutputBlocks(coded.data(), n);
       }
       seconds[pass == 0 ? kStatistics : kEntropy] += lap(t0);
     }

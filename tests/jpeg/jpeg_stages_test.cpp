@@ -7,10 +7,13 @@
 #include <string>
 #include <vector>
 
+#include <hwy/targets.h>
+
 #include "jpeg/color_converter.h"
 #include "jpeg/dct.h"
 #include "jpeg/huffman.h"
 #include "jpeg/tables.h"
+#include "jpeg/vector.h"
 #include "tests/support/jpeg_util.h"
 
 namespace {
@@ -214,19 +217,22 @@ TEST(BitPacking, UnitCoefficientsAndValueBits) {
   int16_t block[64] = {};
   block[1] = -1;
   block[2] = 1;
-  jpegtest::StringStream out;
-  BitPacker packer(&out);
-  int16_t pred = 0;
-  packer.OutputOneDCT(block, pred, dc, ac);
-  packer.Flush();
-  out.DumpBuffer();
   const std::string ac1 = Code(ac.codeBySymbol[1], ac.lengthBySymbol[1]);
   std::string expect = Code(dc.codeBySymbol[0], dc.lengthBySymbol[0]) + ac1 + "0" + ac1 + "1" +
                        Code(ac.codeBySymbol[0], ac.lengthBySymbol[0]);
   expect.append((8 - expect.size() % 8) % 8, '0');  // zero padding
-  std::string bits;
-  for (unsigned char c : out.bytes) bits += Code(c, 8);
-  EXPECT_EQ(bits, expect);
+  for (bool vector : {false, true}) {
+    jpegtest::StringStream out;
+    BitPacker packer(&out, vector);
+    int16_t pred = 0;
+    const CodedBlock coded{block, &pred, &dc, &ac};
+    packer.OutputBlocks(&coded, 1);
+    packer.Flush();
+    out.DumpBuffer();
+    std::string bits;
+    for (unsigned char c : out.bytes) bits += Code(c, 8);
+    EXPECT_EQ(bits, expect) << vector;
+  }
 }
 
 TEST(BitPacking, EveryFFByteIsStuffedIncludingTheLastOne) {
@@ -242,6 +248,174 @@ TEST(BitPacking, EveryFFByteIsStuffedIncludingTheLastOne) {
   p2.Flush();
   tail.DumpBuffer();
   EXPECT_EQ(tail.bytes, "\xE0");
+}
+
+// Bits as '0' and '1' to bytes as the scan holds them: zero padding, then a
+// 0x00 after every 0xFF.
+std::string Stuffed(std::string bits) {
+  bits.append((8 - bits.size() % 8) % 8, '0');
+  std::string bytes;
+  for (size_t i = 0; i < bits.size(); i += 8) {
+    const char b = char(std::stoi(bits.substr(i, 8), nullptr, 2));
+    bytes += b;
+    if (b == '\xFF') bytes += '\0';
+  }
+  return bytes;
+}
+
+// Whole 64-bit words go out at once: 0xFF bytes at every place in a word, a
+// 0xFE beside a 0xFF (which the word test cannot tell from one), codes
+// split across words, 64 bits held at the flush, and a caller buffer too
+// small for a word.
+TEST(BitPacking, WordsStuffedWhereverTheFFBytesFall) {
+  uint32_t s = 7;
+  std::vector<std::pair<uint32_t, int>> puts = {{0xFEFFFEFFu, 32}, {0xFFFEFFFEu, 32}};
+  for (int i = 0; i < 4000; ++i) {
+    s = s * 1664525u + 1013904223u;
+    const int length = int(s >> 8) % 33;
+    const uint32_t mask = length == 32 ? ~0u : (1u << length) - 1;
+    const uint32_t patterns[3] = {~0u, 0xFEFEFEFEu, s * 2654435761u};
+    puts.push_back({patterns[(s >> 20) % 3] & mask, length});
+  }
+  // Ones up to a whole word, so that the flush finds all 64 bits held.
+  int total = 0;
+  for (const auto& p : puts) total += p.second;
+  while (total % 64) {
+    const int length = std::min(32, 64 - total % 64);
+    puts.push_back({length == 32 ? ~0u : (1u << length) - 1, length});
+    total += length;
+  }
+  std::string bits;
+  for (auto [code, length] : puts) bits += Code(code, length);
+  ASSERT_EQ(bits.size() % 64, 0u) << "the last flush holds a whole word";
+  jpegtest::StringStream big, small(new uint8_t[7], 7);
+  for (jpegtest::StringStream* out : {&big, &small}) {
+    BitPacker packer(out);
+    for (auto [code, length] : puts) packer.Put(code, uint32_t(length));
+    packer.Flush();
+    out->DumpBuffer();
+    EXPECT_EQ(out->bytes, Stuffed(bits));
+  }
+}
+
+// The symbols of a block as the format defines them, one coefficient at a
+// time: the reference for both coders.
+std::string ReferenceBlockBits(const int16_t* block, int16_t& predictor, const FrameHuffman& dc,
+                               const FrameHuffman& ac, FrameHuffman& dcCount,
+                               FrameHuffman& acCount) {
+  auto size = [](int32_t v) {
+    int n = 0;
+    for (uint32_t m = uint32_t(std::abs(v)); m; m >>= 1) ++n;
+    return n;
+  };
+  auto value = [](int32_t v, int n) { return Code(uint32_t(v < 0 ? v - 1 : v), n); };
+  const int32_t diff = block[0] - predictor;
+  predictor = block[0];
+  const int dcSize = size(diff);
+  ++dcCount.frequency[dcSize];
+  std::string bits = Code(dc.codeBySymbol[dcSize], dc.lengthBySymbol[dcSize]) + value(diff, dcSize);
+  int run = 0;
+  for (int k = 1; k < 64; ++k) {
+    if (block[k] == 0) {
+      ++run;
+      continue;
+    }
+    for (; run >= 16; run -= 16) {
+      ++acCount.frequency[0xF0];
+      bits += Code(ac.codeBySymbol[0xF0], ac.lengthBySymbol[0xF0]);
+    }
+    const int n = size(block[k]);
+    const int symbol = ((run << 4) | n) & 0xFF;
+    ++acCount.frequency[symbol];
+    bits += Code(ac.codeBySymbol[symbol], ac.lengthBySymbol[symbol]) + value(block[k], n);
+    run = 0;
+  }
+  if (run > 0) {
+    ++acCount.frequency[0x00];
+    bits += Code(ac.codeBySymbol[0x00], ac.lengthBySymbol[0x00]);
+  }
+  return bits;
+}
+
+// Runs of 15, 16 and 62 zeros, full blocks, the widest values (−32768 has
+// 16 bits, so its symbol runs into the run's nibble), the widest DC
+// differences, and a caller buffer that takes one block at a time: the
+// plain coder and the vector one on every vector unit give the reference's
+// bytes, and their walks its counts.
+TEST(BitPacking, BothCodersMatchTheReferenceOnExtremeBlocks) {
+  std::vector<std::vector<int16_t>> blocks;
+  auto add = [&](std::initializer_list<std::pair<int, int>> coefficients) {
+    std::vector<int16_t> b(64, 0);
+    for (auto [k, v] : coefficients) b[size_t(k)] = int16_t(v);
+    blocks.push_back(b);
+  };
+  add({});
+  add({{0, 32767}, {63, 1}});
+  add({{0, -32768}, {16, -1}, {33, 2}, {49, -32768}});
+  add({{0, 32767}, {1, 32767}, {62, -32767}});
+  add({{17, 5}, {48, -3}});
+  std::vector<int16_t> full(64), alternating(64);
+  for (int k = 0; k < 64; ++k) {
+    full[size_t(k)] = int16_t(k % 2 ? -32768 + k : 32767 - k);
+    alternating[size_t(k)] = int16_t(k % 2 ? 0 : (k % 4 ? 1 : -1));
+  }
+  blocks.push_back(full);
+  blocks.push_back(alternating);
+  uint32_t s = 99;
+  for (int i = 0; i < 200; ++i) {
+    std::vector<int16_t> b(64, 0);
+    for (int k = 0; k < 64; ++k) {
+      s = s * 1664525u + 1013904223u;
+      if ((s >> 28) < uint32_t(i % 16)) b[size_t(k)] = int16_t(s >> 8);  // every density
+    }
+    blocks.push_back(b);
+  }
+
+  FrameHuffman dc, ac;
+  for (int v = 0; v < 256; ++v) ac.frequency[v] = 1 + uint32_t(v % 7);
+  for (int v = 0; v <= 16; ++v) dc.frequency[v] = 1 + uint32_t(v);
+  dc.Generate();
+  ac.Generate();
+  FrameHuffman dcCount, acCount;
+  std::string bits;
+  int16_t predictor = 0;
+  for (const auto& b : blocks)
+    bits += ReferenceBlockBits(b.data(), predictor, dc, ac, dcCount, acCount);
+  const std::string expect = Stuffed(bits);
+
+  // The plain coder, then the vector one on every vector unit built and
+  // present (target 0: the plain coder).
+  std::vector<int64_t> targets = {0};
+  for (int64_t t : hwy::SupportedAndGeneratedTargets()) targets.push_back(t);
+  for (int64_t target : targets) {
+    const bool vector = target != 0;
+    hwy::SetSupportedTargetsForTest(target);
+    const std::string where = vector ? VectorUnitName() : "plain";
+    std::vector<CodedBlock> coded;
+    int16_t codePredictor = 0, countPredictor = 0;
+    for (const auto& b : blocks) coded.push_back({b.data(), &codePredictor, &dc, &ac});
+    jpegtest::StringStream big, oneAtATime(new uint8_t[600], 600);
+    for (jpegtest::StringStream* out : {&big, &oneAtATime}) {
+      codePredictor = 0;
+      BitPacker packer(out, vector);
+      packer.OutputBlocks(coded.data(), coded.size());
+      packer.Flush();
+      out->DumpBuffer();
+      EXPECT_EQ(out->bytes, expect) << where;
+    }
+    FrameHuffman dcCounted, acCounted;
+    for (auto& c : coded) {
+      c.predictor = &countPredictor;
+      c.dc = &dcCounted;
+      c.ac = &acCounted;
+    }
+    CountBlocks(coded.data(), coded.size(), vector);
+    EXPECT_TRUE(std::equal(dcCounted.frequency, dcCounted.frequency + 257, dcCount.frequency))
+        << where;
+    EXPECT_TRUE(std::equal(acCounted.frequency, acCounted.frequency + 257, acCount.frequency))
+        << where;
+  }
+  hwy::SetSupportedTargetsForTest(0);
 }
 
 TEST(Presets, ChromaSubsampledUpToSixThenCoarserRows) {

@@ -1,0 +1,63 @@
+// The bit gatherer of the entropy coder, shared by the plain and the vector
+// block coders. Its functions are always inlined, so each coder's copy is
+// compiled for that coder's instruction set.
+#ifndef QL_JPEG_BITS_H
+#define QL_JPEG_BITS_H
+
+#include <cstdint>
+#include <cstring>
+
+namespace ZJPEG {
+
+#define QL_JPEG_ALWAYS_INLINE inline __attribute__((always_inline))
+
+// Most bytes one block can take: 64 symbols of at most 32 bits (code and
+// value bits together), 64 bits held from before, every byte stuffed, and
+// the last 64-bit word stored whole.
+inline constexpr uint32_t kBlockBytes = 2 * (64 * 4 + 8) + 8;
+
+// Stores a full 64-bit word of the scan at `p`, oldest byte first, stuffing
+// a 0x00 after every 0xFF byte, and answers the next free byte. The common
+// case, no 0xFF byte, is one store; the test also fires for a 0xFE byte
+// above a 0xFF one, which the byte loop then writes unstuffed.
+QL_JPEG_ALWAYS_INLINE uint8_t* StoreWord(uint8_t* p, uint64_t word) {
+  const uint64_t x = ~word;  // a 0xFF byte of the word is a zero byte of x
+  if (((x - 0x0101010101010101u) & ~x & 0x8080808080808080u) == 0) {
+    const uint64_t big = __builtin_bswap64(word);
+    std::memcpy(p, &big, 8);
+    return p + 8;
+  }
+  for (int shift = 56; shift >= 0; shift -= 8) {
+    const uint8_t b = static_cast<uint8_t>(word >> shift);
+    *p++ = b;
+    if (b == 0xFF) *p++ = 0;
+  }
+  return p;
+}
+
+// Bits gathered in a 64-bit word over a byte pointer with room for all
+// that is put.
+struct BitState {
+  uint64_t acc;  // the low 64 − free bits are held, oldest highest
+  int free;      // 0…64
+  uint8_t* p;
+
+  // `code` holds `length` (0…32) bits and none above them.
+  QL_JPEG_ALWAYS_INLINE void Put(uint64_t code, int length) {
+    free -= length;
+    if (free >= 0) {
+      acc = (acc << length) | code;
+      return;
+    }
+    // The word fills up part way through the code: its top bits complete
+    // the word, the rest starts the next one (the bits above them shift
+    // out before that word is stored).
+    p = StoreWord(p, (acc << (length + free)) | (code >> -free));
+    free += 64;
+    acc = code;
+  }
+};
+
+}  // namespace ZJPEG
+
+#endif  // QL_JPEG_BITS_H
