@@ -13,6 +13,7 @@
 // looked and are kept.
 #include "xmp/thumbnail_pages.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -120,52 +121,6 @@ bool Supported(KeltoSwatchbook::ColorSpace space) {
          space == KeltoSwatchbook::kColorSpaceCMYK || space == KeltoSwatchbook::kColorSpaceLAB;
 }
 
-class PageWriter {
- public:
-  PageWriter(xmptk::XMPMeta& meta) : meta_(meta), raster_(size_t(kPagePitch) * kPageSide) {
-    xmpNS_ = xmptk::NamespaceURI("xmp");
-    tpgNS_ = xmptk::NamespaceURI("xmpTPg");
-    imgNS_ = xmptk::NamespaceURI("xmpGImg");
-    Clear();
-    meta_.AppendArrayItem(xmpNS_, "PageInfo", xmptk::kXMP_PropArrayIsOrdered, nullptr,
-                          xmptk::kXMP_PropValueIsStruct);
-  }
-
-  void Clear() { std::memset(raster_.data(), 0xFF, raster_.size()); }
-
-  void DrawChip(int32_t x, int32_t y, xmppages::ChipRgb colour) {
-    xmppages::DrawChip(raster_.data(), x, y, colour);
-  }
-
-  // Writes the page as xmp:PageInfo[n]. Only the first item is appended;
-  // writing the fields of item n, one past the last, adds it.
-  void Write(int32_t n, int32_t width, int32_t height) {
-    std::string jpeg;
-    Convert2JPEG(raster_.data(), jpeg, uint16_t(width), uint16_t(height));
-    std::string base64;
-    xmptk::XMPUtils::EncodeToBase64(jpeg.data(), uint32_t(jpeg.size()), &base64);
-    std::string item;
-    xmptk::XMPUtils::ComposeArrayItemPath(xmpNS_, "PageInfo", n, &item);
-    auto field = [&](const char* ns, const char* name) {
-      std::string path;
-      xmptk::XMPUtils::ComposeStructFieldPath(xmpNS_, item.c_str(), ns, name, &path);
-      return path;
-    };
-    meta_.SetProperty_Int(xmpNS_, field(tpgNS_, "PageNumber").c_str(), n);
-    meta_.SetProperty_Int(xmpNS_, field(imgNS_, "width").c_str(), width);
-    meta_.SetProperty_Int(xmpNS_, field(imgNS_, "height").c_str(), height);
-    meta_.SetProperty(xmpNS_, field(imgNS_, "format").c_str(), "JPEG");
-    meta_.SetProperty(xmpNS_, field(imgNS_, "image").c_str(), base64.c_str());
-  }
-
- private:
-  xmptk::XMPMeta& meta_;
-  std::vector<unsigned char> raster_;
-  const char* xmpNS_;
-  const char* tpgNS_;
-  const char* imgNS_;
-};
-
 }  // namespace
 
 PJPEGOutputStream::~PJPEGOutputStream() {
@@ -209,9 +164,19 @@ void Convert2JPEG(unsigned char* rgb, std::string& jpeg, unsigned short width,
   jpeg = stream.Bytes();
 }
 
-void WriteThumbnailPages(KeltoSwatchbook& book, xmptk::XMPMeta& meta) {
-  PageWriter pages(meta);
-  int32_t x = 0, y = 0, n = 1;
+struct ThumbnailPages::Page {
+  struct Chip {
+    int32_t x, y;
+    xmppages::ChipRgb colour;
+  };
+  int32_t width = kPageSide, height = kPageSide;
+  std::vector<Chip> chips;
+  std::string base64;  // the JPEG, once encoded
+};
+
+ThumbnailPages::ThumbnailPages(KeltoSwatchbook& book) {
+  pages_.emplace_back();
+  int32_t x = 0, y = 0;
   int32_t unused = 0;
   int32_t groups = book.CountSwatchGroups(unused);
   for (int32_t g = 0; g < groups; ++g) {
@@ -223,14 +188,14 @@ void WriteThumbnailPages(KeltoSwatchbook& book, xmptk::XMPMeta& meta) {
       KeltoSwatchbook::ColorSpace space = book.GetFormatColorSpace(format);
       if (!Supported(space)) continue;
       if (y + kChipSide > kPageSide) {
-        pages.Write(n++, kPageSide, kPageSide);
-        pages.Clear();
+        pages_.emplace_back();
         x = y = 0;
       }
       double values[4] = {0, 0, 0, 0};
       book.GetColorValues(s, format, values);
       uint32_t flag = 0;
-      pages.DrawChip(x, y, xmppages::ChipColour(space, values, book.GetSwatchTint(s, flag)));
+      pages_.back().chips.push_back(
+          {x, y, xmppages::ChipColour(space, values, book.GetSwatchTint(s, flag))});
       if (s != swatches - 1) {
         x += kChipSide;
         if (x + kChipSide > kPageSide) {
@@ -248,12 +213,52 @@ void WriteThumbnailPages(KeltoSwatchbook& book, xmptk::XMPMeta& meta) {
       }
     }
   }
-  int32_t height = y + kChipSide;
-  int32_t width = kPageSide;
-  if (height > kPageSide) {
-    height = kPageSide;
+  Page& last = pages_.back();
+  last.height = y + kChipSide;
+  if (last.height > kPageSide) {
+    last.height = kPageSide;
   } else if (y == 0) {
-    width = std::min(x + kChipSide, kPageSide);
+    last.width = std::min(x + kChipSide, kPageSide);
   }
-  pages.Write(n, width, height);
+}
+
+ThumbnailPages::~ThumbnailPages() = default;
+
+void ThumbnailPages::Encode(std::stop_token stop) {
+  std::vector<unsigned char> raster(size_t(kPagePitch) * kPageSide);
+  std::string jpeg;
+  for (Page& page : pages_) {
+    if (stop.stop_requested()) return;
+    std::memset(raster.data(), 0xFF, raster.size());
+    for (const Page::Chip& chip : page.chips)
+      xmppages::DrawChip(raster.data(), chip.x, chip.y, chip.colour);
+    Convert2JPEG(raster.data(), jpeg, uint16_t(page.width), uint16_t(page.height));
+    xmptk::XMPUtils::EncodeToBase64(jpeg.data(), uint32_t(jpeg.size()), &page.base64);
+  }
+}
+
+// Page n is xmp:PageInfo[n]. Only the first item is appended; writing the
+// fields of item n, one past the last, adds it.
+void ThumbnailPages::Write(xmptk::XMPMeta& meta) const {
+  const char* xmpNS = xmptk::NamespaceURI("xmp");
+  const char* tpgNS = xmptk::NamespaceURI("xmpTPg");
+  const char* imgNS = xmptk::NamespaceURI("xmpGImg");
+  meta.AppendArrayItem(xmpNS, "PageInfo", xmptk::kXMP_PropArrayIsOrdered, nullptr,
+                       xmptk::kXMP_PropValueIsStruct);
+  int32_t n = 1;
+  for (const Page& page : pages_) {
+    std::string item;
+    xmptk::XMPUtils::ComposeArrayItemPath(xmpNS, "PageInfo", n, &item);
+    auto field = [&](const char* ns, const char* name) {
+      std::string path;
+      xmptk::XMPUtils::ComposeStructFieldPath(xmpNS, item.c_str(), ns, name, &path);
+      return path;
+    };
+    meta.SetProperty_Int(xmpNS, field(tpgNS, "PageNumber").c_str(), n);
+    meta.SetProperty_Int(xmpNS, field(imgNS, "width").c_str(), page.width);
+    meta.SetProperty_Int(xmpNS, field(imgNS, "height").c_str(), page.height);
+    meta.SetProperty(xmpNS, field(imgNS, "format").c_str(), "JPEG");
+    meta.SetProperty(xmpNS, field(imgNS, "image").c_str(), page.base64.c_str());
+    ++n;
+  }
 }

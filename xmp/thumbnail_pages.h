@@ -4,7 +4,9 @@
 #pragma once
 
 #include <cstdint>
+#include <stop_token>
 #include <string>
+#include <vector>
 
 #include "jpeg/zjpeg.h"
 
@@ -46,6 +48,29 @@ class ImageRowMemoryRequester : public ZJPEG::RowMemoryRequester {
 void Convert2JPEG(unsigned char* rgb, std::string& jpeg, unsigned short width,
                   unsigned short height);
 
-// Draws every supported swatch of the book as chips and writes the pages as
-// xmp:PageInfo items of meta.
-void WriteThumbnailPages(KeltoSwatchbook& book, xmptk::XMPMeta& meta);
+// The pages of one book in three steps, so that a second thread can encode
+// them while the request thread writes the rest of the packet. Laying out
+// reads the book (which moves its active group) and converts the colours
+// through the host, so it belongs to the request thread, as does Write, which
+// calls the toolkit. Encode works from the plain layout alone.
+class ThumbnailPages {
+ public:
+  // Places a chip for every supported swatch of the book.
+  explicit ThumbnailPages(KeltoSwatchbook& book);
+  ~ThumbnailPages();
+  ThumbnailPages(const ThumbnailPages&) = delete;
+  ThumbnailPages& operator=(const ThumbnailPages&) = delete;
+
+  // Draws, JPEG-encodes and base64-encodes every page. Touches nothing but
+  // this object and the encoder's tables (read only, built beforehand by
+  // ZJPEG::InitializeJPEGEncoder), so one other thread may run it. Returns
+  // between pages once stop is requested, leaving pages not to be written.
+  void Encode(std::stop_token stop = {});
+
+  // Writes the encoded pages as xmp:PageInfo items of meta.
+  void Write(xmptk::XMPMeta& meta) const;
+
+ private:
+  struct Page;
+  std::vector<Page> pages_;
+};

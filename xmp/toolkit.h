@@ -86,7 +86,8 @@ void ComposeStructFieldPath(const char* schemaNS, const char* structName, const 
 // arrayName[fieldPrefix:fieldName="value"], a quote in value doubled.
 void ComposeFieldSelector(const char* schemaNS, const char* arrayName, const char* fieldNS,
                           const char* fieldName, const char* fieldValue, std::string* fullPath);
-// Standard alphabet, '=' padding, a line feed before each 4-character group
+// The base64 pair is plain computation, done here without the toolkit, so
+// any thread may call it. Standard alphabet, '=' padding, a line feed before each 4-character group
 // once a line holds 76 characters, never a trailing line feed.
 void EncodeToBase64(const char* rawStr, uint32_t rawLen, std::string* encodedStr);
 // The reverse; line breaks and blanks are skipped, any other character that

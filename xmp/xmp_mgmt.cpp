@@ -11,10 +11,12 @@
 
 #include <cmath>
 #include <memory>
+#include <stop_token>
 #include <vector>
 
 #include "jpeg/zjpeg.h"
 #include "swatchbook/kelto_swatchbook.h"
+#include "xmp/aside_task.h"
 #include "xmp/thumbnail_pages.h"
 #include "xmp/toolkit.h"
 
@@ -145,11 +147,26 @@ class PacketWriter {
 
 }  // namespace
 
+XMPMgmt::XMPMgmt(PageEncoding encoding) : encoding_(encoding) {}
+
 void XMPMgmt::GenerateXMP(KeltoSwatchbook& book, std::string& packet) {
-  // The encoder's conversion tables are rebuilt on every generation.
+  // The encoder's conversion tables are rebuilt on every generation, before
+  // any page is encoded: while pages are encoded aside they are only read.
   ZJPEG::InitializeJPEGEncoder();
   xmptk::XMPMeta meta;
-  PacketWriter(meta).Groups(book);
-  WriteThumbnailPages(book, meta);
+  // The book, the host and the toolkit are this thread's alone: the pages
+  // are laid out and their colours converted here, and only drawing and
+  // encoding them goes aside, beside the groups. The toolkit is called in
+  // the same order either way, so the packet does not change.
+  ThumbnailPages pages(book);
+  if (encoding_ == PageEncoding::kAside) {
+    AsideTask encoding([&pages](std::stop_token stop) { pages.Encode(stop); });
+    PacketWriter(meta).Groups(book);
+    encoding.Wait();
+  } else {
+    PacketWriter(meta).Groups(book);
+    pages.Encode();
+  }
+  pages.Write(meta);
   meta.SerializeToBuffer(&packet, 0, 0, "", "", 0);
 }
