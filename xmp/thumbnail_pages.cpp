@@ -239,6 +239,10 @@ void ThumbnailPages::Encode(std::stop_token stop) {
 
 // Page n is xmp:PageInfo[n]. Only the first item is appended; writing the
 // fields of item n, one past the last, adds it.
+size_t ThumbnailPages::PageCount() const {
+  return pages_.size();
+}
+
 void ThumbnailPages::Write(xmptk::XMPMeta& meta) const {
   const char* xmpNS = xmptk::NamespaceURI("xmp");
   const char* tpgNS = xmptk::NamespaceURI("xmpTPg");

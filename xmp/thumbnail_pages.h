@@ -70,6 +70,8 @@ class ThumbnailPages {
   // Writes the encoded pages as xmp:PageInfo items of meta.
   void Write(xmptk::XMPMeta& meta) const;
 
+  size_t PageCount() const;
+
  private:
   struct Page;
   std::vector<Page> pages_;

@@ -10,8 +10,8 @@ class XMPMgmt {
  public:
   // Where the thumbnail pages are encoded: on a second thread while the
   // calling thread writes the swatch groups (on the calling thread after
-  // them if no thread can be started), or on the calling thread after the
-  // groups. The packet is the same byte for byte; the second thread never
+  // them for a single page, or if no thread can be started), or on the
+  // calling thread after the groups. The packet is the same byte for byte; the second thread never
   // outlives GenerateXMP.
   enum class PageEncoding { kAside, kInline };
   explicit XMPMgmt(PageEncoding encoding = PageEncoding::kAside);
