@@ -4,6 +4,7 @@
 #ifndef QL_JPEG_BITS_H
 #define QL_JPEG_BITS_H
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -33,6 +34,32 @@ QL_JPEG_ALWAYS_INLINE uint8_t* StoreWord(uint8_t* p, uint64_t word) {
     if (b == 0xFF) *p++ = 0;
   }
   return p;
+}
+
+// The AC part of one zigzag block from its nonzero mask (bit k set:
+// coefficient k is nonzero; bit 0, the DC term, is ignored): for each
+// nonzero coefficient k, zeroRun16() once per 16 zeros of the run before it
+// beyond 15 (ZRL), then coefficient(run, k) with the rest of the run, 0…15.
+// Answers whether zeros end the block, so an EOB is due. Both block coders
+// walk blocks through it, so they emit the same symbols by construction.
+template <class ZeroRun16, class Coefficient>
+QL_JPEG_ALWAYS_INLINE bool WalkACRuns(uint64_t nonzero, ZeroRun16 zeroRun16,
+                                      Coefficient coefficient) {
+  // Bit i of `rest`: coefficient `at` + i is nonzero. Only 63 bits, so a
+  // run and its coefficient shift out together in one shift below 64.
+  uint64_t rest = nonzero >> 1;
+  uint32_t at = 1;
+  while (rest) {
+    uint32_t run = static_cast<uint32_t>(std::countr_zero(rest));
+    rest >>= run + 1;
+    const uint32_t k = at + run;
+    at = k + 1;
+    if (__builtin_expect(run >= 16, 0)) {
+      for (; run >= 16; run -= 16) zeroRun16();
+    }
+    coefficient(run, k);
+  }
+  return (nonzero >> 63) == 0;
 }
 
 // Bits gathered in a 64-bit word over a byte pointer with room for all

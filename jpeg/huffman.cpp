@@ -213,22 +213,14 @@ inline void WalkBlock(const int16_t* block, int16_t& predictor, DcSymbol dcSymbo
   dcSymbol(dcSize, ValueBits(diff, dcSize));
 
   // Walk the nonzero coefficients only: on flat areas most of a block is
-  // zero. Bit i of `rest`: coefficient `at` + i is nonzero. Only 63 bits,
-  // so a run and its coefficient shift out together in one shift below 64.
-  const uint64_t nonzero = NonzeroMask(block);
-  const bool endOfBlock = (nonzero >> 63) == 0;
-  uint64_t rest = nonzero >> 1;
-  uint32_t at = 1;
-  while (rest) {
-    uint32_t run = static_cast<uint32_t>(std::countr_zero(rest));
-    rest >>= run + 1;
-    const uint32_t k = at + run;
-    at = k + 1;
-    for (; run >= 16; run -= 16) acSymbol(kZRL, 0, 0);
-    const int32_t v = block[k];
-    const uint32_t size = Size(static_cast<uint32_t>(std::abs(v)));
-    acSymbol(((run << 4) | size) & 0xFF, size, ValueBits(v, size));
-  }
+  // zero.
+  const bool endOfBlock = WalkACRuns(
+      NonzeroMask(block), [&] { acSymbol(kZRL, 0, 0); },
+      [&](uint32_t run, uint32_t k) {
+        const int32_t v = block[k];
+        const uint32_t size = Size(static_cast<uint32_t>(std::abs(v)));
+        acSymbol(((run << 4) | size) & 0xFF, size, ValueBits(v, size));
+      });
   if (endOfBlock) acSymbol(kEOB, 0, 0);
 }
 

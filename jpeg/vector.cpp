@@ -391,23 +391,13 @@ HWY_INLINE void WalkBlock(const int16_t* block, int16_t& predictor, DcSymbol dcS
       static_cast<uint32_t>(std::bit_width(static_cast<uint32_t>(std::abs(diff))));
   dcSymbol(dcSize, static_cast<uint32_t>(diff + (diff >> 31)) & ((uint32_t{1} << dcSize) - 1));
 
-  // Bit i of `rest`: coefficient `at` + i is nonzero. Only 63 bits, so a
-  // run and its coefficient shift out together in one shift below 64.
-  const bool endOfBlock = (nonzero >> 63) == 0;
-  uint64_t rest = nonzero >> 1;
-  uint32_t at = 1;
-  while (rest) {
-    uint32_t run = static_cast<uint32_t>(std::countr_zero(rest));
-    rest >>= run + 1;
-    const uint32_t k = at + run;
-    at = k + 1;
-    if (HWY_UNLIKELY(run >= 16)) {
-      for (; run >= 16; run -= 16) acSymbol(kZRL, 0, 0);
-    }
-    // Nonzero, so the bit count is one more than the top bit's index.
-    const uint32_t size = static_cast<uint32_t>(31 ^ __builtin_clz(magnitude[k])) + 1;
-    acSymbol(((run << 4) | size) & 0xFF, size, valueBits[k] & ((uint32_t{1} << size) - 1));
-  }
+  const bool endOfBlock = WalkACRuns(
+      nonzero, [&] { acSymbol(kZRL, 0, 0); },
+      [&](uint32_t run, uint32_t k) {
+        // Nonzero, so the bit count is one more than the top bit's index.
+        const uint32_t size = static_cast<uint32_t>(31 ^ __builtin_clz(magnitude[k])) + 1;
+        acSymbol(((run << 4) | size) & 0xFF, size, valueBits[k] & ((uint32_t{1} << size) - 1));
+      });
   if (endOfBlock) acSymbol(kEOB, 0, 0);
 }
 
