@@ -16,19 +16,19 @@ namespace {
 // Writes are gathered to this size before they reach the descriptor.
 constexpr size_t kBufferBytes = 64 * 1024;
 
-// Writes all of bytes, retrying short writes and interruptions.
-int WriteAll(int fd, const char* data, size_t size) {
+}  // namespace
+
+int WriteAll(int fd, const void* data, size_t size) {
+  const char* p = static_cast<const char*>(data);
   while (size > 0) {
-    ssize_t n = ::write(fd, data, size);
+    ssize_t n = ::write(fd, p, size);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return n < 0 ? errno : EIO;
-    data += n;
+    p += n;
     size -= size_t(n);
   }
   return 0;
 }
-
-}  // namespace
 
 std::string SystemReason(int err) {
   switch (err) {

@@ -51,6 +51,10 @@ class AtomicOutput {
   std::string error_;
 };
 
+// Writes all of data to fd, retrying short writes and interruptions: 0, or
+// the errno value of the failure (EIO for a write that took nothing).
+int WriteAll(int fd, const void* data, size_t size);
+
 // A lower-case reason a person can act on for an errno value ("no such file",
 // "permission denied", "no space left on device", ...).
 std::string SystemReason(int err);

@@ -13,6 +13,8 @@
 #include <cstring>
 #include <map>
 
+#include "host/atomic_output.h"
+
 namespace pxhost {
 namespace {
 
@@ -79,18 +81,6 @@ struct ResultHeader {
   uint64_t errBytes;
 };
 
-bool WriteAll(int fd, const void* data, size_t size) {
-  auto* p = static_cast<const char*>(data);
-  while (size > 0) {
-    ssize_t n = write(fd, p, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    p += n;
-    size -= size_t(n);
-  }
-  return true;
-}
-
 // The bytes written to fd since it was last emptied; empties it.
 std::string TakeCaptured(int fd) {
   std::string bytes(size_t(lseek(fd, 0, SEEK_CUR)), '\0');
@@ -125,8 +115,8 @@ std::string TakeCaptured(int fd) {
     std::fflush(stderr);
     std::string o = TakeCaptured(STDOUT_FILENO), e = TakeCaptured(STDERR_FILENO);
     ResultHeader h{index, report.ExitCode(), 0, o.size(), e.size()};
-    if (!WriteAll(socket, &h, sizeof h) || !WriteAll(socket, o.data(), o.size()) ||
-        !WriteAll(socket, e.data(), e.size()))
+    if (WriteAll(socket, &h, sizeof h) != 0 || WriteAll(socket, o.data(), o.size()) != 0 ||
+        WriteAll(socket, e.data(), e.size()) != 0)
       break;
   }
   _exit(0);

@@ -7,18 +7,13 @@
 #include "host/commands.h"
 #include "host/file_session.h"
 #include "host/input_files.h"
+#include "host/report.h"
 #include "sdk/host_types.h"
 #include "sdk/selectors.h"
 #include "sdk/suites.h"
 
 namespace pxhost {
 namespace {
-
-std::string FourCCText(int32_t code) {
-  std::string s;
-  for (int shift = 24; shift >= 0; shift -= 8) s += char((uint32_t(code) >> shift) & 0xFF);
-  return s;
-}
 
 const char* MethodName(int32_t method) {
   switch (method) {
@@ -59,8 +54,8 @@ int Method(PluginMainProc entry, const InputOptions& o) {
       std::string why = InputProblem(file);
       report.Refused(file, (why.empty() ? "cannot be read" : why) + " (KXEC)");
     } else if (err != 0) {
-      report.Refused(file,
-                     "the rendering-method suite could not examine it (" + FourCCText(err) + ")");
+      report.Refused(file, "the rendering-method suite could not examine it (" +
+                               FourCCText(uint32_t(err)) + ")");
     } else {
       report.Done(file, {{"method", MethodName(method)}, {"code", method}},
                   file + ": " + MethodName(method));

@@ -42,10 +42,7 @@ void AddSteppedOverEntries(int fd, std::vector<DisplaySwatch>* swatches) {
       s.name.assign(size_t(e.name.GetUTF8(nullptr)), '\0');
       e.name.GetUTF8(reinterpret_cast<unsigned char*>(s.name.data()));
       s.name.resize(std::strlen(s.name.c_str()));
-      for (int shift = 24; shift >= 0; shift -= 8) {
-        unsigned char c = (e.model >> shift) & 0xFF;
-        s.model += c >= 0x20 && c < 0x7F ? char(c) : '?';
-      }
+      s.model = FourCCText(e.model);
       swatches->push_back(std::move(s));
     }
   ::lseek(fd, 0, SEEK_SET);

@@ -8,6 +8,15 @@ std::string JsonLine(const nlohmann::json& value) {
   return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
+std::string FourCCText(uint32_t code) {
+  std::string text;
+  for (int shift = 24; shift >= 0; shift -= 8) {
+    unsigned char c = (code >> shift) & 0xFF;
+    text += c >= 0x20 && c < 0x7F ? char(c) : '?';
+  }
+  return text;
+}
+
 void ErrorLine(const std::string& what, const std::string& reason) {
   std::fprintf(stderr, "pxhost: %s: %s\n", what.c_str(), reason.c_str());
 }

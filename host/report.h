@@ -4,6 +4,7 @@
 // code that sums it up.
 #pragma once
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -41,6 +42,9 @@ class Report {
 // One line of JSON. Text that is not UTF-8 (a file name is any bytes) has each
 // bad byte replaced by U+FFFD, as the JSON library's replace mode does.
 std::string JsonLine(const nlohmann::json& value);
+// A four-character code as text ("KXEC", "HSV "), '?' for a byte that is not
+// printable ASCII.
+std::string FourCCText(uint32_t code);
 // Prints the "pxhost: what: reason" line on standard error.
 void ErrorLine(const std::string& what, const std::string& reason);
 

@@ -14,6 +14,8 @@
 #include <cstring>
 #include <new>
 
+#include "host/atomic_output.h"
+
 namespace pxhost {
 namespace {
 
@@ -23,18 +25,6 @@ constexpr char kImageTag = 'I';
 constexpr char kErrorTag = 'E';
 constexpr size_t kImageHeader = 1 + 2 * sizeof(int32_t);
 constexpr size_t kMaxReason = 200;
-
-bool WriteAll(int fd, const void* data, size_t size) {
-  const char* p = static_cast<const char*>(data);
-  while (size > 0) {
-    ssize_t n = write(fd, p, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    p += n;
-    size -= size_t(n);
-  }
-  return true;
-}
 
 // The address space the process already has: the limit is a budget on top of
 // it, so a sanitizer's large up-front reservations do not use it up.
@@ -83,11 +73,11 @@ uint64_t CurrentAddressSpace() {
     char header[kImageHeader] = {kImageTag};
     std::memcpy(header + 1, &image.width, sizeof(int32_t));
     std::memcpy(header + 1 + sizeof(int32_t), &image.height, sizeof(int32_t));
-    ok = WriteAll(out, header, sizeof header) &&
-         WriteAll(out, image.pixels.data(), image.pixels.size());
+    ok = WriteAll(out, header, sizeof header) == 0 &&
+         WriteAll(out, image.pixels.data(), image.pixels.size()) == 0;
   } else {
     error.resize(std::min(error.size(), kMaxReason));
-    ok = WriteAll(out, &kErrorTag, 1) && WriteAll(out, error.data(), error.size());
+    ok = WriteAll(out, &kErrorTag, 1) == 0 && WriteAll(out, error.data(), error.size()) == 0;
   }
   _exit(ok ? 0 : 1);
 }
