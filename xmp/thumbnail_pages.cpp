@@ -237,12 +237,12 @@ void ThumbnailPages::Encode(std::stop_token stop) {
   }
 }
 
-// Page n is xmp:PageInfo[n]. Only the first item is appended; writing the
-// fields of item n, one past the last, adds it.
 size_t ThumbnailPages::PageCount() const {
   return pages_.size();
 }
 
+// Page n is xmp:PageInfo[n]. Only the first item is appended; writing the
+// fields of item n, one past the last, adds it.
 void ThumbnailPages::Write(xmptk::XMPMeta& meta) const {
   const char* xmpNS = xmptk::NamespaceURI("xmp");
   const char* tpgNS = xmptk::NamespaceURI("xmpTPg");
