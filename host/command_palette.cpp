@@ -70,15 +70,6 @@ int Palette(PluginMainProc entry, const PaletteOptions& o) {
     return report.ExitCode();
   }
   AddSteppedOverEntries(opened.Descriptor(), &swatches);
-  int skipped = 0;
-  for (const DisplaySwatch& s : swatches) {
-    if (s.drawable) continue;
-    ++skipped;
-    ErrorLine(o.file, "swatch \"" + s.name + "\" has " +
-                          (s.model.empty() ? std::string("no colour model")
-                                           : "an unknown colour model (\"" + s.model + "\")") +
-                          "; skipped");
-  }
   std::string name = o.file == "-" ? "stdin" : std::filesystem::path(o.file).stem().string();
   std::string text = o.format == "json"  ? PaletteJson(name, swatches)
                      : o.format == "css" ? PaletteCss(swatches)
@@ -87,6 +78,17 @@ int Palette(PluginMainProc entry, const PaletteOptions& o) {
   if (!output.Open(o.out, {o.file}) || !output.Write(text) || !output.Commit()) {
     report.OutputFailed(o.out, output.Error());
     return report.ExitCode();
+  }
+  // What was left out is told once the palette is written: a run that
+  // cannot write it says only that.
+  int skipped = 0;
+  for (const DisplaySwatch& s : swatches) {
+    if (s.drawable) continue;
+    ++skipped;
+    ErrorLine(o.file, "swatch \"" + s.name + "\" has " +
+                          (s.model.empty() ? std::string("no colour model")
+                                           : "an unknown colour model (\"" + s.model + "\")") +
+                          "; skipped");
   }
   int written = int(swatches.size()) - skipped;
   if (skipped > 0)

@@ -53,7 +53,7 @@ void AddInputOptions(CLI::App& command, InputOptions* options, bool json) {
       .add_option("-j,--jobs", options->jobs,
                   "files done at once, by as many worker processes (default: one per "
                   "processor); the output keeps the files' order")
-      ->check(CLI::PositiveNumber);
+      ->check(CLI::Range(1, 1024));
 }
 
 int RunPxhost(int argc, const char* const* argv) {
