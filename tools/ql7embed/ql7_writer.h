@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "host/image_io.h"
+#include "pxhost/image_io.h"
 
 namespace ql7 {
 

@@ -9,7 +9,7 @@
 #include <iterator>
 #include <string>
 
-#include "host/image_io.h"
+#include "pxhost/image_io.h"
 #include "tools/ql7embed/ql7_writer.h"
 
 namespace {

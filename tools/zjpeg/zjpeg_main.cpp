@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "host/image_io.h"
 #include "jpeg/zjpeg.h"
+#include "pxhost/image_io.h"
 
 namespace {
 

@@ -1,0 +1,173 @@
+#include "pxhost/atomic_output.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+namespace pxhost {
+namespace {
+
+// Writes are gathered to this size before they reach the descriptor.
+constexpr size_t kBufferBytes = 64 * 1024;
+
+}  // namespace
+
+int WriteAll(int fd, const void* data, size_t size) {
+  const char* p = static_cast<const char*>(data);
+  while (size > 0) {
+    ssize_t n = ::write(fd, p, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return n < 0 ? errno : EIO;
+    p += n;
+    size -= size_t(n);
+  }
+  return 0;
+}
+
+std::string SystemReason(int err) {
+  switch (err) {
+    case ENOENT:
+      return "no such file";
+    case EISDIR:
+      return "is a directory";
+    case EACCES:
+    case EPERM:
+      return "permission denied";
+    case ENOSPC:
+      return "no space left on device";
+    case ENAMETOOLONG:
+      return "file name too long";
+    case ENOTDIR:
+      return "a component of the path is not a directory";
+    case EROFS:
+      return "read-only file system";
+    case EDQUOT:
+      return "disk quota exceeded";
+    case ELOOP:
+      return "too many levels of symbolic links";
+    default: {
+      std::string s = std::strerror(err);
+      if (!s.empty()) s[0] = char(std::tolower(static_cast<unsigned char>(s[0])));
+      return s;
+    }
+  }
+}
+
+AtomicOutput::~AtomicOutput() {
+  Abandon();
+}
+
+bool AtomicOutput::Fail(const std::string& reason) {
+  if (error_.empty()) error_ = reason;
+  return false;
+}
+
+bool AtomicOutput::Open(const std::string& target, const std::vector<std::string>& inputs) {
+  target_ = target;
+  if (target == "-") {
+    fd_ = STDOUT_FILENO;
+    return true;
+  }
+  struct stat out {};
+  bool exists = ::stat(target.c_str(), &out) == 0;
+  if (!exists && errno != ENOENT) return Fail(SystemReason(errno));
+  if (exists && S_ISDIR(out.st_mode)) return Fail(SystemReason(EISDIR));
+  for (const std::string& input : inputs) {
+    struct stat in {};
+    if (input == target || (exists && ::stat(input.c_str(), &in) == 0 && in.st_dev == out.st_dev &&
+                            in.st_ino == out.st_ino))
+      return Fail("is also an input; refusing to write over it");
+  }
+  if (exists && (!S_ISREG(out.st_mode) || out.st_size == 0)) {
+    fd_ = ::open(target.c_str(), O_WRONLY | O_CLOEXEC);
+    if (fd_ < 0) return Fail(SystemReason(errno));
+    ownsFd_ = true;
+    emptyFile_ = S_ISREG(out.st_mode);
+    return true;
+  }
+  std::filesystem::path path(target);
+  std::string dir = path.has_parent_path() ? path.parent_path().string() : ".";
+  std::string temp = dir + "/." + path.filename().string() + ".XXXXXX";
+  fd_ = ::mkstemp(temp.data());
+  if (fd_ < 0) return Fail(SystemReason(errno));
+  temp_ = temp;
+  ownsFd_ = true;
+  // mkstemp makes the file private; give it the mode a new file gets (or the
+  // mode of the file it replaces).
+  mode_t mode = exists ? (out.st_mode & 07777) : 0666;
+  if (!exists) {
+    mode_t mask = ::umask(0);
+    ::umask(mask);
+    mode &= ~mask;
+  }
+  if (::fchmod(fd_, mode) != 0) return Fail(SystemReason(errno));
+  return true;
+}
+
+bool AtomicOutput::Write(std::string_view bytes) {
+  if (!error_.empty()) return false;
+  if (fd_ < 0) return Fail("not open");
+  if (buffer_.size() + bytes.size() > kBufferBytes && !Flush()) return false;
+  if (bytes.size() >= kBufferBytes) {
+    int err = WriteAll(fd_, bytes.data(), bytes.size());
+    return err == 0 || Fail(SystemReason(err));
+  }
+  buffer_.append(bytes);
+  return true;
+}
+
+bool AtomicOutput::Flush() {
+  if (buffer_.empty()) return true;
+  int err = WriteAll(fd_, buffer_.data(), buffer_.size());
+  buffer_.clear();
+  return err == 0 || Fail(SystemReason(err));
+}
+
+bool AtomicOutput::Commit() {
+  if (fd_ < 0) return Fail("not open");
+  bool ok = error_.empty() && Flush();
+  if (!ok) {
+    Abandon();
+    return false;
+  }
+  if (ownsFd_) {
+    int closed = ::close(fd_);
+    ownsFd_ = false;
+    if (closed != 0) {
+      ok = Fail(SystemReason(errno));
+      // The descriptor is gone; an empty file written in place is emptied by name.
+      if (emptyFile_ && ::truncate(target_.c_str(), 0) != 0) error_ = SystemReason(errno);
+    }
+  }
+  emptyFile_ = false;
+  fd_ = -1;
+  if (ok && !temp_.empty()) {
+    if (::rename(temp_.c_str(), target_.c_str()) != 0) ok = Fail(SystemReason(errno));
+  }
+  if (!ok) {
+    Abandon();
+    return false;
+  }
+  temp_.clear();
+  return true;
+}
+
+void AtomicOutput::Abandon() {
+  // Whatever reached an empty file written in place is taken back out.
+  if (emptyFile_ && fd_ >= 0 && ::ftruncate(fd_, 0) != 0) error_ = SystemReason(errno);
+  emptyFile_ = false;
+  if (ownsFd_ && fd_ >= 0) ::close(fd_);
+  ownsFd_ = false;
+  fd_ = -1;
+  buffer_.clear();
+  if (!temp_.empty()) ::unlink(temp_.c_str());
+  temp_.clear();
+}
+
+}  // namespace pxhost

@@ -1,0 +1,117 @@
+// pxhost palette IN.sxf [-f gpl|json|css] [-o OUT]: a swatch book's colours
+// in the palette formats of paint, layout and web programs, from the packet
+// the plug-in hands the host.
+#include <CLI/CLI.hpp>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+
+#include <unistd.h>
+
+#include "pxhost/atomic_output.h"
+#include "pxhost/commands.h"
+#include "pxhost/file_session.h"
+#include "pxhost/palette_formats.h"
+#include "pxhost/report.h"
+#include "sdk/host_types.h"
+#include "swatchbook/vantor_swatch_book.h"
+#include "swatchio/data_filter_stream.h"
+#include "swatchio/sxf_reader.h"
+
+namespace pxhost {
+namespace {
+
+struct PaletteOptions {
+  std::string file;
+  std::string format = "gpl";
+  std::string out = "-";
+  bool json = false;
+};
+
+// The colour entries of the open file fd that the plug-in's reader steps over
+// because it does not know their colour model: they make no swatch, so the
+// packet never lists them. Read again with that reader, they are added as
+// swatches that cannot be shown, named, with the model's code as stored.
+void AddSteppedOverEntries(int fd, std::vector<DisplaySwatch>* swatches) {
+  VantorSwatchBook book;
+  DataFilterStream stream(fd);
+  SXFReader reader;
+  if (reader.Parse(book, stream, 0) == kSXFParsed)
+    for (const SXFReader::SteppedOver& e : reader.SteppedOverEntries()) {
+      DisplaySwatch s;
+      s.name.assign(size_t(e.name.GetUTF8(nullptr)), '\0');
+      e.name.GetUTF8(reinterpret_cast<unsigned char*>(s.name.data()));
+      s.name.resize(std::strlen(s.name.c_str()));
+      s.model = FourCCText(e.model);
+      swatches->push_back(std::move(s));
+    }
+  ::lseek(fd, 0, SEEK_SET);
+}
+
+int Palette(PluginMainProc entry, const PaletteOptions& o) {
+  Report report(o.json);
+  if (o.json && o.out == "-") {
+    std::fputs("pxhost: palette: --json needs -o OUT (the palette would share standard output)\n",
+               stderr);
+    return kExitUsage;
+  }
+  SessionOptions options;
+  options.fileType = pixmere::FourCC("SXF ");
+  FileSession opened(entry, o.file, options);
+  if (opened.session() == nullptr) {
+    report.Refused(o.file, opened.Error());
+    return report.ExitCode();
+  }
+  std::string packet, error;
+  std::vector<DisplaySwatch> swatches;
+  if (!RequestSwatchPacket(opened, &packet, &error) ||
+      !DisplaySwatchesFromPacket(packet, &swatches, &error)) {
+    report.Refused(o.file, error);
+    return report.ExitCode();
+  }
+  AddSteppedOverEntries(opened.Descriptor(), &swatches);
+  std::string name = o.file == "-" ? "stdin" : std::filesystem::path(o.file).stem().string();
+  std::string text = o.format == "json"  ? PaletteJson(name, swatches)
+                     : o.format == "css" ? PaletteCss(swatches)
+                                         : PaletteGpl(name, swatches);
+  AtomicOutput output;
+  if (!output.Open(o.out, {o.file}) || !output.Write(text) || !output.Commit()) {
+    report.OutputFailed(o.out, output.Error());
+    return report.ExitCode();
+  }
+  // What was left out is told once the palette is written: a run that
+  // cannot write it says only that.
+  int skipped = 0;
+  for (const DisplaySwatch& s : swatches) {
+    if (s.drawable) continue;
+    ++skipped;
+    ErrorLine(o.file, "swatch \"" + s.name + "\" has " +
+                          (s.model.empty() ? std::string("no colour model")
+                                           : "an unknown colour model (\"" + s.model + "\")") +
+                          "; skipped");
+  }
+  int written = int(swatches.size()) - skipped;
+  if (skipped > 0)
+    ErrorLine(o.file, std::to_string(skipped) + " swatch" + (skipped == 1 ? "" : "es") +
+                          " skipped, " + std::to_string(written) + " written");
+  report.Done(
+      o.file,
+      {{"output", o.out}, {"format", o.format}, {"swatches", written}, {"skipped", skipped}},
+      o.out == "-" ? "" : o.file + ": " + std::to_string(written) + " swatches -> " + o.out);
+  return report.ExitCode();
+}
+
+}  // namespace
+
+CommandRun SetUpPalette(CLI::App& command) {
+  auto o = std::make_shared<PaletteOptions>();
+  command.add_option("FILE", o->file, "a swatch exchange file; - is standard input")->required();
+  command.add_option("-f,--format", o->format, "gpl (GIMP palette), json or css")
+      ->check(CLI::IsMember({"gpl", "json", "css"}))
+      ->capture_default_str();
+  command.add_option("-o,--output", o->out, "where the palette goes (default: standard output)");
+  command.add_flag("--json", o->json, "a JSON object telling what was written (needs -o)");
+  return [o](PluginMainProc entry) { return Palette(entry, *o); };
+}
+
+}  // namespace pxhost

@@ -1,0 +1,100 @@
+#include "pxhost/palette_formats.h"
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "pxhost/report.h"
+
+namespace pxhost {
+namespace {
+
+// GIMP shows this many colours a row when the file says nothing better.
+constexpr int kGplColumns = 16;
+
+std::string Hex(const DisplaySwatch& s) {
+  char text[8];
+  std::snprintf(text, sizeof text, "#%02x%02x%02x", s.r, s.g, s.b);
+  return text;
+}
+
+// A name on one line: GIMP reads a palette line by line.
+std::string OneLine(std::string text) {
+  for (char& c : text)
+    if (c == '\n' || c == '\r') c = ' ';
+  return text;
+}
+
+}  // namespace
+
+std::string PaletteGpl(const std::string& name, const std::vector<DisplaySwatch>& swatches) {
+  std::string out =
+      "GIMP Palette\nName: " + OneLine(name) + "\nColumns: " + std::to_string(kGplColumns) + "\n";
+  bool first = true;
+  std::string group;
+  for (const DisplaySwatch& s : swatches) {
+    if (!s.drawable) continue;
+    if (first || s.group != group) {
+      group = s.group;
+      // A bare "#" closes a group before ungrouped swatches.
+      out += group.empty() ? "#\n" : "# " + OneLine(group) + "\n";
+    }
+    first = false;
+    char rgb[16];
+    std::snprintf(rgb, sizeof rgb, "%3d %3d %3d\t", s.r, s.g, s.b);
+    out += rgb + OneLine(s.name) + "\n";
+  }
+  return out;
+}
+
+std::string PaletteJson(const std::string& name, const std::vector<DisplaySwatch>& swatches) {
+  nlohmann::json groups = nlohmann::json::array();
+  nlohmann::json list = nlohmann::json::array();
+  int skipped = 0;
+  for (const DisplaySwatch& s : swatches) {
+    if (!s.group.empty() && (groups.empty() || groups.back() != s.group)) groups.push_back(s.group);
+    if (!s.drawable) {
+      ++skipped;
+      continue;
+    }
+    list.push_back({{"name", s.name},
+                    {"group", s.group.empty() ? nlohmann::json(nullptr) : nlohmann::json(s.group)},
+                    {"model", s.model},
+                    {"type", s.type},
+                    {"tint", s.tint},
+                    {"values", s.values},
+                    {"rgb", {s.r, s.g, s.b}},
+                    {"hex", Hex(s)}});
+  }
+  nlohmann::json book{{"name", name}, {"groups", groups}, {"swatches", list}, {"skipped", skipped}};
+  return book.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+std::string Slug(const std::string& name) {
+  std::string slug;
+  for (unsigned char c : name) {
+    if ((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c >= 0x80)
+      slug += char(c);
+    else if (c >= 'A' && c <= 'Z')
+      slug += char(c - 'A' + 'a');
+    else if (!slug.empty() && slug.back() != '-')
+      slug += '-';
+  }
+  while (!slug.empty() && slug.back() == '-') slug.pop_back();
+  return slug.empty() ? "swatch" : slug;
+}
+
+std::string PaletteCss(const std::vector<DisplaySwatch>& swatches) {
+  std::string out = ":root {\n";
+  std::set<std::string> used;
+  for (const DisplaySwatch& s : swatches) {
+    if (!s.drawable) continue;
+    std::string base = "--swatch-" + Slug(s.name);
+    std::string property = base;
+    for (int n = 2; !used.insert(property).second; ++n) property = base + "-" + std::to_string(n);
+    out += "  " + property + ": " + Hex(s) + ";\n";
+  }
+  return out + "}\n";
+}
+
+}  // namespace pxhost

@@ -1,0 +1,379 @@
+// pxhost's contract, driven through the real binary: the same exit codes and
+// error lines for every command, JSON Lines, standard input, folder walks,
+// and the faults users ran into.
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "pxhost/image_io.h"
+#include "tests/support/fixture_file.h"
+#include "tools/ql7embed/ql7_writer.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using qltest::Outcome;
+
+const std::string kSwatches = std::string(QL_SOURCE_DIR) + "/samples/swatches/basic.sxf";
+const std::string kTruncated = std::string(QL_SOURCE_DIR) + "/samples/swatches/truncated.sxf";
+
+Outcome Pxhost(const std::string& args) {
+  return qltest::Shell(std::string(QL_PXHOST) + " " + args);
+}
+// Standard output alone.
+Outcome PxhostOut(const std::string& args) {
+  return qltest::Shell("{ " + std::string(QL_PXHOST) + " " + args + " 2>/dev/null; }");
+}
+
+std::vector<nlohmann::json> JsonLines(const std::string& text) {
+  std::vector<nlohmann::json> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(nlohmann::json::parse(line));
+  return lines;
+}
+
+std::string Vector(int w, int h) {
+  pxhost::RgbImage img{w, h, std::vector<uint8_t>(size_t(w * h * 3), 90)};
+  ql7::Options o;
+  o.bitsPerPixel = 24;
+  return ql7::VectorFile(img, o);
+}
+
+bool Has(const Outcome& r, const std::string& text) {
+  return r.out.find(text) != std::string::npos;
+}
+
+// Every command: 0 when its files were done, 1 with one line per missing or
+// unreadable file (the others still done), 2 for a usage error.
+TEST(PxhostContract, ExitCodesAreTheSameForEveryCommand) {
+  qltest::DiskFile page("page.ps", Vector(4, 3));
+  fs::path dir = fs::path(page.path()).parent_path();
+  std::string out = (dir / "out.png").string();
+  std::string xmpOut = (dir / "out.xmp").string();
+  struct Case {
+    std::string good, withMissing, withFolder;
+  };
+  const std::string missing = (dir / "missing.ps").string();
+  const std::string folder = dir.string();
+  std::vector<Case> cases{
+      {"preview " + page.path() + " -o " + out, "preview " + missing + " -o " + out,
+       "preview " + folder + " -o " + out},
+      {"method " + page.path(), "method " + page.path() + " " + missing,
+       "method " + page.path() + " " + folder},
+      {"identify " + kSwatches, "identify " + kSwatches + " " + missing,
+       "identify " + kSwatches + " " + folder},
+      {"xmp " + kSwatches + " -o " + xmpOut, "xmp " + missing, "xmp " + folder},
+      {"call 17 " + kSwatches, "call 17 " + missing, "call 17 " + folder},
+      {"thumbnail " + page.path() + " " + out, "thumbnail " + missing + " " + out,
+       "thumbnail " + folder + " " + out},
+  };
+  for (const Case& c : cases) {
+    Outcome good = Pxhost(c.good);
+    EXPECT_EQ(good.status, 0) << c.good << "\n" << good.out;
+    Outcome m = Pxhost(c.withMissing);
+    EXPECT_EQ(m.status, 1) << c.withMissing << "\n" << m.out;
+    EXPECT_TRUE(Has(m, "pxhost: " + missing + ": no such file")) << m.out;
+    Outcome f = Pxhost(c.withFolder);
+    EXPECT_EQ(f.status, 1) << c.withFolder << "\n" << f.out;
+    EXPECT_TRUE(Has(f, "pxhost: " + folder + ": is a directory")) << f.out;
+    std::string command = c.good.substr(0, c.good.find(' '));
+    EXPECT_EQ(Pxhost(c.good + " --no-such-option").status, 2) << command;
+    EXPECT_EQ(Pxhost(command + " --help").status, 0) << command;
+    Outcome help = Pxhost("help " + command);
+    EXPECT_EQ(help.status, 0) << command;
+    EXPECT_TRUE(Has(help, "--help")) << help.out;
+  }
+  EXPECT_EQ(Pxhost("help frobnicate").status, 2);
+  Outcome version = Pxhost("--version");
+  EXPECT_EQ(version.status, 0);
+  EXPECT_TRUE(Has(version, "pxhost ")) << version.out;
+}
+
+// The rendering-method suite answers "KXEC" for a folder (it opens, and its
+// first read fails), and a relative path whose first component is one
+// character long is examined like any other.
+TEST(PxhostContract, MethodOnFoldersAndShortRelativePaths) {
+  qltest::DiskFile anchor("anchor", "");
+  fs::path dir = fs::path(anchor.path()).parent_path();
+  fs::create_directories(dir / "a");
+  { std::ofstream(dir / "a/b.ps") << Vector(2, 2); }
+  Outcome r = qltest::Shell("cd " + dir.string() + " && " + QL_PXHOST + " method a/b.ps a");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "a/b.ps: embedded-thumbnail\npxhost: a: is a directory (KXEC)\n");
+}
+
+// Reasons a person can act on, from the same readers the plug-in uses.
+TEST(PxhostContract, RefusalsSayWhy) {
+  qltest::DiskFile notSwatch("fake.sxf", "SXFX not a swatch file at all");
+  Outcome r = Pxhost("xmp " + notSwatch.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "pxhost: " + notSwatch.path() +
+                       ": not a swatch exchange file (bad signature) (result -30501)\n");
+  r = Pxhost("xmp " + kTruncated);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(Has(r, ": damaged swatch file: block ")) << r.out;
+  EXPECT_TRUE(Has(r, " runs past the end (result -30501)")) << r.out;
+
+  // Over the reader's 256 MiB limit (a sparse file: no disk space is used).
+  qltest::DiskFile big("big.sxf", "SXFF");
+  fs::resize_file(big.path(), (uint64_t(256) << 20) + 1);
+  r = Pxhost("xmp " + big.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(Has(r, ": swatch file over the 256 MiB limit (result -30501)")) << r.out;
+
+  std::string page = Vector(4, 4);
+  page.resize(page.find("%%BeginData") + 40);  // the hexadecimal text cut short
+  qltest::DiskFile damaged("damaged.ps", page);
+  r = Pxhost("preview " + damaged.path() + " -o " + damaged.path() + ".png");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(Has(r, ": embedded preview damaged (result -30501)")) << r.out;
+}
+
+// --json: one object per input, good, refused and missing alike; a name that
+// is not UTF-8 has its bad bytes replaced by U+FFFD.
+TEST(PxhostContract, JsonLinesTellEveryFile) {
+  qltest::DiskFile page("page.ps", Vector(3, 3));
+  qltest::DiskFile plain("plain.ps", "%!PS-Adobe-3.0\nshowpage\n");
+  fs::path dir = fs::path(page.path()).parent_path();
+  std::string missing = (dir / "missing.ps").string();
+  std::string files = page.path() + " " + plain.path() + " " + missing;
+
+  auto lines =
+      JsonLines(PxhostOut("preview --json " + files + " -o " + dir.string() + "/out/").out);
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines[0]["ok"], true);
+  EXPECT_EQ(lines[0]["result"]["width"], 3);
+  EXPECT_EQ(lines[1]["ok"], false);
+  EXPECT_EQ(lines[1]["error"], "no embedded preview (result -30501)");
+  EXPECT_EQ(lines[2]["file"], missing);
+  EXPECT_EQ(lines[2]["error"], "no such file");
+
+  lines = JsonLines(PxhostOut("method --json " + files).out);
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines[0]["result"]["method"], "embedded-thumbnail");
+  EXPECT_EQ(lines[2]["ok"], false);
+
+  lines = JsonLines(PxhostOut("identify --json " + kSwatches + " " + files).out);
+  ASSERT_EQ(lines.size(), 4u);
+  EXPECT_EQ(lines[0]["result"]["swatchExchangeFile"], true);
+  EXPECT_EQ(lines[1]["result"]["swatchExchangeFile"], false);
+  EXPECT_EQ(lines[3]["ok"], false);
+
+  lines = JsonLines(PxhostOut("call --json 2 " + plain.path() + " --no-preview-open").out);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0]["error"], "refused by the plug-in (result -30501)");
+
+  std::string packet = (dir / "p.xmp").string();
+  lines = JsonLines(PxhostOut("xmp --json " + kSwatches + " -o " + packet).out);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0]["result"]["output"], packet);
+  EXPECT_EQ(Pxhost("xmp --json " + kSwatches).status, 2);  // would share standard output
+
+  std::string odd = (dir / "caf\xe9.sxf").string();
+  fs::copy_file(kSwatches, odd);
+  Outcome r = PxhostOut("identify --json '" + odd + "'");
+  EXPECT_EQ(r.status, 0);
+  lines = JsonLines(r.out);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0]["file"], (dir / "caf\xef\xbf\xbd.sxf").string());
+}
+
+// "-" reads standard input, piped or redirected; -o - writes standard output.
+TEST(PxhostContract, StandardInputAndOutput) {
+  Outcome direct = PxhostOut("xmp " + kSwatches);
+  ASSERT_EQ(direct.status, 0);
+  EXPECT_EQ(PxhostOut("xmp - < " + kSwatches).out, direct.out);
+  EXPECT_EQ(qltest::Shell("cat " + kSwatches + " | " + QL_PXHOST + " xmp - 2>/dev/null").out,
+            direct.out);
+  EXPECT_EQ(qltest::Shell("cat " + kSwatches + " | " + QL_PXHOST + " identify -").out,
+            "-: swatch exchange file\n");
+  qltest::DiskFile page("page.ps", Vector(5, 2));
+  Outcome png = qltest::Shell("cat " + page.path() + " | " + QL_PXHOST + " preview - -o -");
+  ASSERT_EQ(png.status, 0);
+  EXPECT_EQ(png.out.substr(0, 4), "\x89PNG");
+  // -- ends the options: a file named like an option is a file.
+  fs::path dir = fs::path(page.path()).parent_path();
+  fs::copy_file(kSwatches, dir / "--json");
+  Outcome r = qltest::Shell("cd " + dir.string() + " && " + QL_PXHOST + " identify -- --json");
+  EXPECT_EQ(r.out, "--json: swatch exchange file\n");
+}
+
+// -r walks folders in name order, --ext filters, symbolic links only with -L.
+TEST(PxhostContract, FolderWalks) {
+  qltest::DiskFile anchor("anchor.txt", "");
+  fs::path dir = fs::path(anchor.path()).parent_path();
+  fs::create_directories(dir / "b");
+  fs::create_directories(dir / "elsewhere");
+  fs::copy_file(kSwatches, dir / "b/one.SXF");
+  fs::copy_file(kSwatches, dir / "elsewhere/linked.sxf");
+  { std::ofstream(dir / "a.ps") << Vector(2, 2); }
+  fs::create_directory_symlink(dir / "elsewhere", dir / "b/link");
+  Outcome r =
+      PxhostOut("identify -r --ext sxf,ps " + (dir / "a.ps").string() + " " + (dir / "b").string());
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, (dir / "a.ps").string() + ": vector file\n" + (dir / "b/one.SXF").string() +
+                       ": swatch exchange file\n");
+  r = PxhostOut("identify -r -L --ext .sxf " + (dir / "b").string());
+  EXPECT_EQ(r.out, (dir / "b/link/linked.sxf").string() + ": swatch exchange file\n" +
+                       (dir / "b/one.SXF").string() + ": swatch exchange file\n");
+}
+
+// Paths the file system refuses are reported, never thrown.
+TEST(PxhostContract, HostilePathsAreReported) {
+  qltest::DiskFile page("page.ps", Vector(2, 2));
+  std::string longName(300, 'n');
+  Outcome r = Pxhost("preview " + page.path() + " -o /tmp/" + longName + ".png");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_TRUE(Has(r, ": file name too long")) << r.out;
+  r = Pxhost("preview " + page.path() + " -o /tmp/" + longName + "/");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_TRUE(Has(r, "file name too long")) << r.out;
+  r = Pxhost("identify /tmp/" + longName);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(Has(r, "file name too long")) << r.out;
+}
+
+// What the file system refuses a user: root reads and writes everywhere, so
+// as root the commands run as nobody.
+TEST(PxhostContract, PermissionDenied) {
+  std::string as = geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "";
+  if (!as.empty() && qltest::Shell(as + QL_PXHOST + " --version").status != 0)
+    GTEST_SKIP() << "cannot run pxhost as nobody";
+  qltest::DiskFile page("page.ps", Vector(2, 2));
+  fs::path dir = fs::path(page.path()).parent_path();
+  fs::permissions(dir, fs::perms::all);  // nobody may reach the files
+  fs::permissions(page.path(), fs::perms::owner_read | fs::perms::others_read);
+  fs::path locked = dir / "locked";
+  fs::create_directories(locked);
+  fs::permissions(locked, fs::perms::none);
+  qltest::DiskFile secret("secret.sxf", "SXFF");
+  fs::permissions(secret.path(), fs::perms::none);
+  Outcome r =
+      qltest::Shell(as + QL_PXHOST + " preview " + page.path() + " -o " + (locked / "x/").string());
+  EXPECT_EQ(r.status, 2);
+  EXPECT_TRUE(Has(r, (locked / "x/").string() + ": cannot make the folder: permission denied"))
+      << r.out;
+  fs::permissions(fs::path(secret.path()).parent_path(), fs::perms::all);
+  r = qltest::Shell(as + QL_PXHOST + " identify " + secret.path() + " " + page.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out,
+            "pxhost: " + secret.path() + ": permission denied\n" + page.path() + ": vector file\n");
+  fs::permissions(locked, fs::perms::owner_all);
+}
+
+// -j: the same lines, exit code and files as a serial run, in input order.
+TEST(PxhostContract, ParallelRunsMatchSerialRuns) {
+  qltest::DiskFile anchor("anchor", "");
+  fs::path dir = fs::path(anchor.path()).parent_path() / "in";
+  fs::create_directories(dir / "a");
+  fs::create_directories(dir / "b");
+  for (int k = 0; k < 6; ++k)
+    std::ofstream(dir / ("a/p" + std::to_string(k) + ".ps")) << Vector(3 + k, 2);
+  std::ofstream(dir / "b/p1.ps") << Vector(7, 7);  // a name met again: p1-2.png
+  std::ofstream(dir / "b/plain.ps") << "%!PS-Adobe-3.0\nshowpage\n";
+  fs::copy_file(kSwatches, dir / "b/book.sxf");
+  fs::copy_file(kTruncated, dir / "b/cut.sxf");
+  std::string inputs = "-r " + dir.string() + " " + (dir / "missing.ps").string();
+  for (std::string command : {"identify --json", "method", "preview -o OUT/"}) {
+    std::vector<Outcome> runs;
+    std::vector<std::vector<std::string>> written;
+    for (const char* jobs : {"-j 1", "-j 3"}) {
+      fs::path out = dir.parent_path() / (std::string("out") + jobs[3]);
+      std::string c = command;
+      if (auto at = c.find("OUT"); at != std::string::npos) c.replace(at, 3, out.string());
+      runs.push_back(Pxhost(c + " " + jobs + " " + inputs + " 2>&1"));
+      written.emplace_back();
+      if (fs::exists(out))
+        for (const auto& e : fs::directory_iterator(out))
+          written.back().push_back(e.path().filename().string() + ":" +
+                                   std::to_string(fs::file_size(e.path())));
+      std::sort(written.back().begin(), written.back().end());
+    }
+    EXPECT_EQ(runs[0].status, 1) << command;
+    EXPECT_EQ(runs[1].status, runs[0].status) << command;
+    std::string serial = runs[0].out;
+    if (command[0] == 'p') {
+      // The folder's name differs between the runs.
+      for (Outcome& r : runs)
+        for (size_t at; (at = r.out.find("/out")) != std::string::npos;) r.out.erase(at, 5);
+    }
+    EXPECT_EQ(runs[1].out, runs[0].out) << command;
+    EXPECT_EQ(written[1], written[0]) << command;
+    EXPECT_TRUE(Has(runs[0], "missing.ps")) << command;
+  }
+}
+
+// Standard error, when a terminal: what pxhost prints there.
+std::string OnATerminal(const std::string& command) {
+  int terminal = -1;
+  pid_t pid = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (pid == 0) {
+    execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  std::string seen;
+  char buffer[4096];
+  for (ssize_t n; (n = read(terminal, buffer, sizeof buffer)) > 0;) seen.append(buffer, size_t(n));
+  close(terminal);
+  waitpid(pid, nullptr, 0);
+  return seen;
+}
+
+// A progress line on a terminal once a run takes over a second, erased at
+// the end; none on a short run, and none when standard error is a pipe.
+TEST(PxhostContract, ProgressOnlyOnALongRunOnATerminal) {
+  std::string names = std::string(QL_SOURCE_DIR) + "/samples/swatches/names.sxf";
+  // The middle file is standard input, which arrives after a second and a half.
+  std::string slow = "(sleep 1.5; cat " + kSwatches + ") | " + QL_PXHOST + " identify " +
+                     kSwatches + " - " + names;
+  for (const char* jobs : {" -j 1", " -j 2"}) {
+    std::string seen = OnATerminal(slow + jobs + " >/dev/null");
+    size_t line = seen.rfind(" of 3 files");
+    EXPECT_NE(line, std::string::npos) << jobs << seen;
+    EXPECT_NE(seen.find("\r\033[K", line), std::string::npos) << jobs;  // erased
+    Outcome piped = qltest::Shell(slow + jobs + " 2>&1 >/dev/null | cat");
+    EXPECT_EQ(piped.out, "") << jobs;
+  }
+  EXPECT_EQ(
+      OnATerminal(std::string(QL_PXHOST) + " identify " + kSwatches + " " + names + " >/dev/null"),
+      "");
+}
+
+}  // namespace
+
+namespace {
+
+// ql7embed writes only what the host can show: a preview of at most
+// 128 x 128 pixels, into a PostScript or PDF file named as one.
+TEST(Ql7embed, RefusesWhatThePluginWouldNot) {
+  qltest::DiskFile anchor("anchor", "");
+  fs::path dir = fs::path(anchor.path()).parent_path();
+  for (auto [w, h] : {std::pair{129, 1}, std::pair{128, 128}}) {
+    std::string png = (dir / ("in" + std::to_string(w) + ".png")).string();
+    std::string bytes;
+    ASSERT_EQ(pxhost::EncodePng({w, h, std::vector<uint8_t>(size_t(w * h * 3), 7)}, &bytes), "");
+    std::ofstream(png, std::ios::binary) << bytes;
+    std::string ps = (dir / ("out" + std::to_string(w) + ".ps")).string();
+    Outcome r = qltest::Shell(std::string(QL_QL7EMBED) + " " + png + " " + ps);
+    EXPECT_EQ(r.status, w > 128 ? 2 : 0) << r.out;
+    EXPECT_EQ(fs::exists(ps), w <= 128);
+    if (w > 128) {
+      EXPECT_TRUE(Has(r, "at most 128 x 128")) << r.out;
+    }
+  }
+  Outcome r = qltest::Shell(std::string(QL_QL7EMBED) + " " + (dir / "in128.png").string() + " " +
+                            (dir / "page.svg").string());
+  EXPECT_EQ(r.status, 2);
+  EXPECT_FALSE(fs::exists(dir / "page.svg"));
+}
+
+}  // namespace

@@ -1,0 +1,220 @@
+// pxhost as a user runs it: commands, messages and exit codes.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "pxhost/image_io.h"
+#include "tests/support/fixture_file.h"
+#include "tools/ql7embed/ql7_writer.h"
+
+namespace {
+
+using qltest::Outcome;
+
+Outcome Pxhost(const std::string& args) {
+  return qltest::Shell(std::string(QL_PXHOST) + " " + args);
+}
+
+pxhost::RgbImage Image(int w, int h) {
+  pxhost::RgbImage img{w, h, std::vector<uint8_t>(size_t(w * h * 3))};
+  for (size_t k = 0; k < img.pixels.size(); ++k) img.pixels[k] = uint8_t(k * 37);
+  return img;
+}
+
+TEST(Pxhost, HelpAndUsageErrors) {
+  Outcome help = Pxhost("--help");
+  EXPECT_EQ(help.status, 0);
+  EXPECT_NE(help.out.find("preview"), std::string::npos);
+  EXPECT_EQ(Pxhost("preview --help").status, 0);
+  qltest::DiskFile empty("empty", "");
+  EXPECT_EQ(Pxhost("call -1 " + empty.path()).status, 0);  // a selector, not an option
+  for (const char* args : {"", "frobnicate x", "call 2", "--plugin /nonexistent.so call 0 x",
+                           "preview /dev/null /dev/zero -o /tmp/one.png",  // needs DIR/
+                           "call 70000 x", "identify --bogus x", "xmp a b", "thumbnail -s 8 a b"})
+    EXPECT_EQ(Pxhost(args).status, 2) << args;
+}
+
+TEST(Pxhost, PreviewWritesTheThumbnails) {
+  ql7::Options o;
+  o.bitsPerPixel = 24;
+  qltest::DiskFile file("page.ps", ql7::VectorFile(Image(9, 4), o));
+  std::string png = file.path() + ".png";
+  Outcome r = Pxhost("preview " + file.path() + " -o " + png);
+  ASSERT_EQ(r.status, 0) << r.out;
+  pxhost::RgbImage back;
+  ASSERT_EQ(pxhost::ReadImage(png, &back), "");
+  EXPECT_EQ(std::tuple(back.width, back.height), std::tuple(9, 4));
+  EXPECT_EQ(back.pixels, Image(9, 4).pixels);
+
+  // Several files go to a directory; a file without a thumbnail is refused
+  // and the others are still written.
+  qltest::DiskFile bad("plain.ps", "%!PS-Adobe-3.0\nshowpage\n");
+  std::string dir = std::filesystem::path(file.path()).parent_path().string() + "/out/";
+  r = Pxhost("preview " + file.path() + " " + bad.path() + " -o " + dir);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("pxhost: " + bad.path() + ": no embedded preview (result -30501)"),
+            std::string::npos)
+      << r.out;
+  EXPECT_TRUE(std::filesystem::exists(dir + "page.png"));
+}
+
+TEST(Pxhost, CallReportsTheWrittenFields) {
+  qltest::DiskFile file("page.ps", ql7::VectorFile(Image(6, 2), {}));
+  Outcome r = Pxhost("call 3 " + file.path() + " --file-type EPSF --json");
+  ASSERT_EQ(r.status, 0) << r.out;
+  auto j = nlohmann::json::parse(r.out)["result"];
+  EXPECT_EQ(j["code"], 0);
+  EXPECT_EQ(j["advanceStateCalls"], 1);
+  EXPECT_EQ(j["fields"]["rowStride"], 18);
+  EXPECT_EQ(j["fields"]["pixelData"], nullptr);
+
+  for (auto [args, result] : {std::pair{"call 2 --file-type EPSF --no-preview-open", "-30501"},
+                              std::pair{"call 0 --withhold advance-state", "-30900"}}) {
+    Outcome refused = Pxhost(std::string(args) + " " + file.path());
+    EXPECT_EQ(refused.status, 1) << args;
+    EXPECT_NE(refused.out.find(std::string("result: ") + result), std::string::npos) << args;
+  }
+}
+
+TEST(Pxhost, IdentifyAsksThePlugin) {
+  qltest::DiskFile vector("page.ps", ql7::VectorFile(Image(2, 2), {}));
+  std::string swatches = std::string(QL_SOURCE_DIR) + "/samples/swatches/basic.sxf";
+  Outcome r = Pxhost("identify " + vector.path() + " " + swatches);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, vector.path() + ": vector file\n" + swatches + ": swatch exchange file\n");
+  auto j = nlohmann::json::parse(Pxhost("identify --json " + swatches).out);
+  EXPECT_EQ(j["result"]["swatchExchangeFile"], true);
+}
+
+TEST(Pxhost, MethodNamesEachFile) {
+  ql7::Options pdf;
+  pdf.pdf = true;
+  pdf.xmpFormat = "application/pdf";
+  qltest::DiskFile a("a.pdf", ql7::VectorFile(Image(2, 2), pdf));
+  Outcome r = Pxhost("method " + a.path());
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, a.path() + ": pdf\n");
+  Outcome missing = Pxhost("method " + a.path() + " /nonexistent.ps");
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_NE(missing.out.find("pxhost: /nonexistent.ps: no such file (KXEC)"), std::string::npos);
+}
+
+namespace fs = std::filesystem;
+
+std::string Slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// The names in a folder, sorted.
+std::vector<std::string> Listing(const fs::path& dir) {
+  std::vector<std::string> names;
+  for (const auto& e : fs::directory_iterator(dir)) names.push_back(e.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// Outputs appear whole or not at all, never over an input, and a device
+// stays a device.
+TEST(Pxhost, OutputsAreAtomic) {
+  qltest::DiskFile file("page.ps", ql7::VectorFile(Image(5, 3), {}));
+  fs::path dir = fs::path(file.path()).parent_path();
+  std::string original = Slurp(file.path());
+
+  Outcome r = Pxhost("preview " + file.path() + " -o " + file.path());
+  EXPECT_EQ(r.status, 2) << r.out;
+  EXPECT_EQ(Slurp(file.path()), original);
+  r = Pxhost("preview " + file.path() + " -o " + (dir / "page.txt").string());
+  EXPECT_EQ(r.status, 2) << r.out;
+  qltest::DiskFile plain("plain.ps", "%!PS-Adobe-3.0\nshowpage\n");
+  r = Pxhost("preview " + plain.path() + " -o " + (dir / "plain.png").string());
+  EXPECT_EQ(r.status, 1) << r.out;
+  EXPECT_EQ(Listing(dir), std::vector<std::string>{"page.ps"});
+
+  fs::create_symlink("/dev/full", dir / "full.png");
+  r = Pxhost("preview " + file.path() + " -o " + (dir / "full.png").string());
+  EXPECT_EQ(r.status, 2) << r.out;
+  EXPECT_NE(r.out.find("full.png: no space left on device"), std::string::npos) << r.out;
+  EXPECT_TRUE(fs::is_symlink(dir / "full.png"));
+  EXPECT_TRUE(fs::is_character_file("/dev/full"));
+  EXPECT_EQ(Pxhost("preview " + file.path() + " -o /dev/null").status, 0);
+  EXPECT_TRUE(fs::is_character_file("/dev/null"));
+
+  r = Pxhost("preview " + file.path() + " -o - 2>/dev/null");
+  ASSERT_EQ(r.status, 0);
+  EXPECT_EQ(r.out.substr(0, 4), "\x89PNG");
+
+  // The pages folder cannot be made: the packet is not left behind either.
+  std::string swatches = std::string(QL_SOURCE_DIR) + "/samples/swatches/basic.sxf";
+  std::string packet = (dir / "packet.xmp").string();
+  r = Pxhost("xmp " + swatches + " -o " + packet + " --pages " + file.path() + "/pages");
+  EXPECT_EQ(r.status, 2) << r.out;
+  EXPECT_FALSE(fs::exists(packet));
+  r = Pxhost("xmp " + swatches + " -o " + packet + " --pages " + (dir / "pages").string());
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_TRUE(fs::exists(packet));
+  EXPECT_TRUE(fs::exists(dir / "pages/page-1.jpg"));
+}
+
+// A device that fills up mid-write (a 16 KiB tmpfs, mounted where the
+// machine lets the test mount one) fails the run and keeps nothing: neither
+// the packet nor the pages nor a temporary file.
+TEST(Pxhost, AFullDeviceKeepsNothing) {
+  qltest::DiskFile anchor("anchor", "");
+  fs::path small = fs::path(anchor.path()).parent_path() / "small";
+  fs::create_directories(small);
+  if (qltest::Shell("mount -t tmpfs -o size=16k qlformat-test " + small.string() + " 2>&1")
+          .status != 0)
+    GTEST_SKIP() << "mounting a tmpfs needs root";
+  // A packet of about 90 KB.
+  std::string swatches = std::string(QL_SOURCE_DIR) + "/samples/swatches/palette.sxf";
+  Outcome r = Pxhost("xmp " + swatches + " -o " + (small / "packet.xmp").string() + " --pages " +
+                     (small / "pages").string());
+  std::vector<std::string> left = Listing(small);
+  qltest::Shell("umount " + small.string());
+  EXPECT_EQ(r.status, 2) << r.out;
+  EXPECT_NE(r.out.find(": no space left on device"), std::string::npos) << r.out;
+  EXPECT_TRUE(left.empty() || left == std::vector<std::string>{"pages"}) << left.size();
+}
+
+// An installed copy finds the module relative to itself, in the prefix's
+// module folder, and a moved prefix still works; the environment and --plugin
+// override it.
+TEST(Pxhost, FindsTheModuleRelativeToItself) {
+  qltest::DiskFile anchor("anchor", "");
+  fs::path prefix = fs::path(anchor.path()).parent_path() / "prefix";
+  fs::create_directories(prefix / "bin");
+  fs::create_directories(prefix / "lib/qlformat");
+  fs::copy_file(QL_PXHOST, prefix / "bin/pxhost");
+  std::string swatches = std::string(QL_SOURCE_DIR) + "/samples/swatches/basic.sxf";
+  std::string unset = "env -u PXHOST_PLUGIN ";
+  Outcome none = qltest::Shell(unset + (prefix / "bin/pxhost").string() + " identify " + swatches);
+  EXPECT_EQ(none.status, 2);
+  EXPECT_NE(none.out.find("no plug-in module found"), std::string::npos) << none.out;
+
+  fs::copy_file(QL_MODULE, prefix / "lib/qlformat/qlformat.so");
+  fs::path moved = prefix.parent_path() / "moved";
+  fs::rename(prefix, moved);
+  Outcome r = qltest::Shell(unset + (moved / "bin/pxhost").string() + " identify " + swatches);
+  EXPECT_EQ(r.status, 0) << r.out;
+
+  fs::path broken = moved / "broken.so";
+  { std::ofstream(broken) << "not a module"; }
+  for (std::string how :
+       {"PXHOST_PLUGIN=" + broken.string() + " " + (moved / "bin/pxhost").string(),
+        (moved / "bin/pxhost").string() + " --plugin " + broken.string()}) {
+    Outcome o = qltest::Shell(how + " identify " + swatches);
+    EXPECT_EQ(o.status, 2) << how;
+    EXPECT_NE(o.out.find("broken.so"), std::string::npos) << o.out;
+  }
+}
+
+}  // namespace
