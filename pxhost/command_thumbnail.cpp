@@ -1,7 +1,6 @@
 // pxhost thumbnail [-s SIZE] IN OUT: the desktop thumbnailer as a command.
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
 #include <memory>
 
 #include "desktop/thumbnailer.h"
@@ -11,11 +10,6 @@
 
 namespace pxhost {
 namespace {
-
-int Fail(const std::string& file, const std::string& reason, int code) {
-  ErrorLine(file, reason);
-  return code;
-}
 
 struct ThumbnailArgs {
   std::string in, out;
@@ -27,20 +21,24 @@ struct ThumbnailArgs {
 // leaves OUT as it was; the exit code says which.
 int RunThumbnail(PluginMainProc entry, const std::string& in, const std::string& out,
                  const ThumbnailOptions& options) {
+  Report report(false);  // a thumbnailer's caller reads the exit code and one line
   PluginInput input(in);
-  if (!input.IsOpen()) return Fail(in, input.Error(), kExitRefused);
   RgbImage image;
-  std::string error = MakeThumbnail(entry, input, in, options, &image);
-  if (!error.empty()) return Fail(in, error, kExitRefused);
+  std::string error =
+      input.IsOpen() ? MakeThumbnail(entry, input, in, options, &image) : input.Error();
+  if (!error.empty()) {
+    report.Refused(in, error);
+    return report.ExitCode();
+  }
   std::string png;
   error = EncodePng(image, &png);
-  if (!error.empty()) return Fail(out, error, kExitUsage);
   // Opened only now, so no temporary file waits beside OUT while a document
   // renders (nor is inherited by the renderer).
   AtomicOutput output;
-  if (!output.Open(out, {in}) || !output.Write(png) || !output.Commit())
-    return Fail(out, output.Error(), kExitUsage);
-  return 0;
+  if (error.empty() && !(output.Open(out, {in}) && output.Write(png) && output.Commit()))
+    error = output.Error();
+  if (!error.empty()) report.OutputFailed(out, error);
+  return report.ExitCode();
 }
 
 }  // namespace
