@@ -6,17 +6,13 @@
 #include <filesystem>
 #include <memory>
 
-#include <unistd.h>
-
 #include "pxhost/atomic_output.h"
 #include "pxhost/commands.h"
 #include "pxhost/file_session.h"
 #include "pxhost/palette_formats.h"
 #include "pxhost/report.h"
 #include "sdk/host_types.h"
-#include "swatchbook/vantor_swatch_book.h"
-#include "swatchio/data_filter_stream.h"
-#include "swatchio/sxf_reader.h"
+#include "swatchio/swatch_file_survey.h"
 
 namespace pxhost {
 namespace {
@@ -33,19 +29,15 @@ struct PaletteOptions {
 // packet never lists them. Read again with that reader, they are added as
 // swatches that cannot be shown, named, with the model's code as stored.
 void AddSteppedOverEntries(int fd, std::vector<DisplaySwatch>* swatches) {
-  VantorSwatchBook book;
-  DataFilterStream stream(fd);
-  SXFReader reader;
-  if (reader.Parse(book, stream, 0) == kSXFParsed)
-    for (const SXFReader::SteppedOver& e : reader.SteppedOverEntries()) {
+  SwatchFileSurvey survey = SurveySwatchFile(fd);
+  if (survey.result == kSXFParsed)
+    for (const SwatchFileSurvey::SteppedOver& e : survey.steppedOver) {
       DisplaySwatch s;
-      s.name.assign(size_t(e.name.GetUTF8(nullptr)), '\0');
-      e.name.GetUTF8(reinterpret_cast<unsigned char*>(s.name.data()));
-      s.name.resize(std::strlen(s.name.c_str()));
+      s.name = e.name;
+      s.name.resize(std::strlen(s.name.c_str()));  // a palette name ends at a zero byte
       s.model = FourCCText(e.model);
       swatches->push_back(std::move(s));
     }
-  ::lseek(fd, 0, SEEK_SET);
 }
 
 int Palette(PluginMainProc entry, const PaletteOptions& o) {
