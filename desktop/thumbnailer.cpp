@@ -13,7 +13,7 @@
 #include "pxhost/swatch_colours.h"
 #include "sdk/host_types.h"
 #include "sdk/suites.h"
-#include "thumbnail/ql_thumbnail.h"
+#include "thumbnail/document_kind.h"
 #include "xmp/toolkit.h"
 
 namespace pxhost {
@@ -51,9 +51,9 @@ std::string DrawSwatches(PluginMainProc entry, const PluginInput& input, int32_t
 }
 
 // The reader's own classifier decides which renderer the document needs.
-int32_t ClassifyDocument(const PluginInput& input) {
+int32_t DocumentKind(const PluginInput& input) {
   ::lseek(input.Descriptor(), 0, SEEK_SET);
-  int32_t kind = QLThumbnail(input.Descriptor()).GetRenderingMethod();
+  int32_t kind = ClassifyDocument(input.Descriptor());
   ::lseek(input.Descriptor(), 0, SEEK_SET);
   return kind;
 }
@@ -70,7 +70,7 @@ std::string RenderModulePath(PluginMainProc entry) {
 
 std::string RenderDocument(PluginMainProc entry, const PluginInput& input,
                            const ThumbnailOptions& options, RgbImage* image) {
-  int32_t kind = ClassifyDocument(input);
+  int32_t kind = DocumentKind(input);
   if (kind != kQLDocumentPDF && kind != kQLDocumentPostScript)
     return "no embedded preview and no renderer for this kind of file";
   std::string module = RenderModulePath(entry);
