@@ -131,8 +131,8 @@ std::string RenderDocument(PluginMainProc entry, const std::string& path,
     return "no embedded preview and no renderer for this kind of file";
   std::string module = RenderModulePath(entry);
   int32_t size = options.size;
-  // Loaded in the child only, under its limits.
-  auto render = [&](RgbImage* out) -> std::string {
+  // Loaded in the child only, under its limits and once it is confined.
+  auto render = [&](const RenderRoom&, RgbImage* out) -> std::string {
     void* handle = dlopen(module.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) return "the renderer module cannot be loaded";
     auto proc = reinterpret_cast<RenderFirstPageProc>(dlsym(handle, kRenderFirstPageName));
@@ -141,7 +141,7 @@ std::string RenderDocument(PluginMainProc entry, const std::string& path,
     proc(kind, path, size, out, &reason);
     return reason;
   };
-  return RunLimited(render, options.limits, size, image);
+  return RunLimited({path, {module}}, render, options.limits, size, image);
 }
 
 std::string ReadXmpJpeg(const std::string& path, RgbImage* image) {

@@ -6,9 +6,11 @@
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
+#include "desktop/confinement.h"
 #include "desktop/thumbnailer.h"
 #include "pxhost/atomic_output.h"
 #include "pxhost/commands.h"
@@ -31,6 +33,37 @@ std::string CheckInput(const std::string& in) {
   return {};
 }
 
+// The folder the thumbnailer writes in: OUT's, where the result's temporary
+// file and the renderer child's private folder go; with OUT "-" (standard
+// output) the temporary folder, for the child's folder alone.
+std::string WritableFolder(const std::string& out) {
+  if (out == "-") {
+    const char* tmp = std::getenv("TMPDIR");
+    return tmp != nullptr && *tmp != '\0' ? tmp : "/tmp";
+  }
+  size_t slash = out.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : out.substr(0, slash);
+}
+
+// The thumbnailer confines itself once it knows its input and OUT: the
+// plug-in, the XMP toolkit and the image libraries parse the document's bytes
+// too. It keeps reading anywhere (the plug-in, its lazily loaded parts and the
+// renderer module), forking (the renderer child) and writing only in its
+// folder (and OUT itself, which may be a device written in place). Where the
+// kernel offers less, it goes on as it is: the renderer child refuses to run
+// unconfined on its own.
+void ConfineThumbnailer(const std::string& out, const std::string& folder) {
+  PathRules rules;
+  rules.readsAnywhere = true;
+  rules.write = {folder, "/dev/null"};
+  if (out != "-") rules.write.push_back(out);
+  // Each step holds on its own; none depends on another having held.
+  ForbidNewPrivileges();
+  RestrictPaths(rules);
+  RefuseCalls(CallSet::kThumbnailer);
+}
+
 int Fail(const std::string& file, const std::string& reason, int code) {
   ErrorLine(file, reason);
   return code;
@@ -48,8 +81,11 @@ int RunThumbnail(PluginMainProc entry, const std::string& in, const std::string&
                  const ThumbnailOptions& options) {
   std::string error = CheckInput(in);
   if (!error.empty()) return Fail(in, error, kExitRefused);
+  ThumbnailOptions confined = options;
+  confined.limits.scratchFolder = WritableFolder(out);
+  ConfineThumbnailer(out, confined.limits.scratchFolder);
   RgbImage image;
-  error = MakeThumbnail(entry, in, options, &image);
+  error = MakeThumbnail(entry, in, confined, &image);
   if (!error.empty()) return Fail(in, error, kExitRefused);
   std::string png;
   error = EncodePng(image, &png);
@@ -79,6 +115,8 @@ CommandRun SetUpThumbnail(CLI::App& command) {
   command
       .add_option("--memory-limit", a->memoryMiB, "MiB a rendering child may use (default 1024)")
       ->check(CLI::Range(64, 65536));
+  command.add_flag("--render-unconfined", a->options.limits.unconfined,
+                   "render documents even where the kernel cannot confine the renderer");
   return [a](PluginMainProc entry) {
     ThumbnailOptions options = a->options;
     if (a->memoryMiB != 0) options.limits.memoryBytes = int64_t(a->memoryMiB) << 20;
