@@ -34,10 +34,13 @@ std::string CheckInput(const std::string& in) {
 }
 
 // The folder the thumbnailer writes in: OUT's, where the result's temporary
-// file and the renderer child's private folder go; with OUT "-" (standard
-// output) the temporary folder, for the child's folder alone.
+// file and the renderer child's private folder go. OUT "-" (standard output)
+// or a device or pipe is written in place and has no folder of its own to
+// lend (a child's folder in /dev would not do): the temporary folder then
+// takes the child's folder alone.
 std::string WritableFolder(const std::string& out) {
-  if (out == "-") {
+  struct stat st {};
+  if (out == "-" || (stat(out.c_str(), &st) == 0 && !S_ISREG(st.st_mode))) {
     const char* tmp = std::getenv("TMPDIR");
     return tmp != nullptr && *tmp != '\0' ? tmp : "/tmp";
   }
