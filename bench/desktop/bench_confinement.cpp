@@ -2,10 +2,12 @@
 // times, one after another and in a rotating order: a child set up as the
 // renderer child is (own group, parent-death signal, descriptors, then
 // no-new-privileges, the Landlock ruleset and the seccomp filter) that ends
-// at once (C); the same child without the confinement steps (U); and the
-// whole fallback, RunLimited rendering a PostScript page with the renderer
-// module (F). The cost is (C - U) / F within a round; its median over the
-// rounds is reported, so the machine's drift between rounds cancels out.
+// at once (C); the same child without the confinement steps (U); the same
+// child taking the thumbnailer's own steps instead (T: what pxhost thumbnail
+// spends on itself, once a run); and the whole fallback, RunLimited rendering
+// a PostScript page with the renderer module (F). The costs are (C - U) / F
+// and (T - U) / F within a round; their medians over the rounds are
+// reported, so the machine's drift between rounds cancels out.
 //   bench_confinement [ROUNDS]
 #include <dlfcn.h>
 #include <sys/wait.h>
@@ -35,9 +37,11 @@ double Median(std::vector<double> v) {
                         : (v[v.size() / 2 - 1] + v[v.size() / 2]) / 2;
 }
 
+enum class Steps { kNone, kRenderer, kThumbnailer };
+
 // A child that answers one byte through a pipe, confined or not; seconds
 // from fork to its end.
-double ChildSeconds(bool confine, const std::string& input, const std::string& folder) {
+double ChildSeconds(Steps steps, const std::string& input, const std::string& folder) {
   int fds[2];
   if (pipe(fds) != 0) std::exit(1);
   pid_t parent = getpid();
@@ -48,7 +52,7 @@ double ChildSeconds(bool confine, const std::string& input, const std::string& f
     pxhost::DieWithParent(parent);
     std::vector<int> keep = {fds[1]};
     pxhost::KeepOnlyDescriptors(&keep);
-    if (confine) {
+    if (steps == Steps::kRenderer) {
       // The renderer child's rules: the system's files, the module, the
       // input, its private folder.
       pxhost::PathRules rules;
@@ -65,6 +69,14 @@ double ChildSeconds(bool confine, const std::string& input, const std::string& f
       rules.write = {folder, "/dev/null"};
       if (!pxhost::ForbidNewPrivileges().empty() || !pxhost::RestrictPaths(rules).empty() ||
           !pxhost::RefuseCalls(pxhost::CallSet::kRenderer).empty())
+        _exit(2);
+    }
+    if (steps == Steps::kThumbnailer) {
+      pxhost::PathRules rules;
+      rules.readsAnywhere = true;
+      rules.write = {folder, "/dev/null"};
+      if (!pxhost::ForbidNewPrivileges().empty() || !pxhost::RestrictPaths(rules).empty() ||
+          !pxhost::RefuseCalls(pxhost::CallSet::kThumbnailer).empty())
         _exit(2);
     }
     _exit(write(keep[0], "x", 1) == 1 ? 0 : 1);
@@ -105,30 +117,30 @@ int main(int argc, char** argv) {
   int rounds = argc > 1 ? std::atoi(argv[1]) : 30;
   std::string input = QL_SAMPLES "/vector/sunset.ps";
   std::string folder = std::filesystem::temp_directory_path().string();
-  std::vector<double> c, u, f, cost;
+  std::vector<double> c, t, u, f, cost, own;
   for (int r = 0; r < rounds; ++r) {
-    double tc = 0, tu = 0, tf = 0;
-    for (int k = 0; k < 3; ++k) switch ((r + k) % 3) {
-        case 0:
-          tc = ChildSeconds(true, input, folder);
-          break;
-        case 1:
-          tu = ChildSeconds(false, input, folder);
-          break;
-        default:
-          tf = FallbackSeconds(input);
-          break;
-      }
+    double tc = 0, tt = 0, tu = 0, tf = 0;
+    for (int k = 0; k < 4; ++k) {
+      int which = (r + k) % 4;
+      if (which == 0) tc = ChildSeconds(Steps::kRenderer, input, folder);
+      if (which == 1) tu = ChildSeconds(Steps::kNone, input, folder);
+      if (which == 2) tt = ChildSeconds(Steps::kThumbnailer, input, folder);
+      if (which == 3) tf = FallbackSeconds(input);
+    }
     c.push_back(tc);
+    t.push_back(tt);
     u.push_back(tu);
     f.push_back(tf);
     cost.push_back((tc - tu) / tf);
+    own.push_back((tt - tu) / tf);
   }
   std::printf("%d rounds; medians\n", rounds);
   std::printf("confined child set-up   %8.3f ms\n", Median(c) * 1e3);
   std::printf("unconfined child set-up %8.3f ms\n", Median(u) * 1e3);
+  std::printf("thumbnailer's own steps %8.3f ms\n", Median(t) * 1e3);
   std::printf("fallback (PostScript)   %8.1f ms\n", Median(f) * 1e3);
-  std::printf("confinement / fallback  %8.2f %% (median of per-round ratios)\n",
+  std::printf("child's steps / fallback %8.2f %% (median of per-round ratios)\n",
               Median(cost) * 100);
+  std::printf("own steps / fallback    %8.2f %% (median of per-round ratios)\n", Median(own) * 100);
   return 0;
 }
