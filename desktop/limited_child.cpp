@@ -61,12 +61,13 @@ const char* const kSystemReadable[] = {
 
 // The steps in the order that keeps each possible: descriptors and rlimits
 // before Landlock hides /proc and /dev; no-new-privileges before the filters.
-std::string Confine(const RenderJob& job, const std::string& folder) {
+std::string Confine(const RenderJob& job, int input, const std::string& folder) {
   std::string error = ForbidNewPrivileges();
   PathRules rules;
   rules.read.assign(std::begin(kSystemReadable), std::end(kSystemReadable));
   rules.read.insert(rules.read.end(), job.readable.begin(), job.readable.end());
-  rules.read.push_back(job.input);
+  // The document by the descriptor the child holds, whatever its name.
+  rules.read.push_back("/proc/self/fd/" + std::to_string(input));
   rules.write = {folder, "/dev/null"};
   if (error.empty()) error = RestrictPaths(rules);
   if (error.empty()) error = RefuseCalls(CallSet::kRenderer);
@@ -84,7 +85,7 @@ std::string Confine(const RenderJob& job, const std::string& folder) {
   std::vector<int> keep = {out, input};
   if (error.empty()) error = KeepOnlyDescriptors(&keep);
   out = keep[0];
-  RenderRoom room{keep[1], folder};
+  RenderRoom room{keep[1], "/proc/self/fd/" + std::to_string(keep[1]), folder};
 
   rlimit memory{};
   memory.rlim_cur = memory.rlim_max = CurrentAddressSpace() + uint64_t(limits.memoryBytes);
@@ -97,7 +98,7 @@ std::string Confine(const RenderJob& job, const std::string& folder) {
   setenv("TMPDIR", folder.c_str(), 1);
 
   if (error.empty()) {
-    std::string refused = Confine(job, folder);
+    std::string refused = Confine(job, room.input, folder);
     if (!refused.empty() && !limits.unconfined)
       error = "the kernel cannot confine the renderer (" + refused +
               "), so the document is not rendered; --render-unconfined renders it anyway";
@@ -157,32 +158,23 @@ class PrivateFolder {
 
 std::string RunLimited(const RenderJob& job, const RenderProc& render, const RenderLimits& limits,
                        int32_t maxSide, RgbImage* image) {
-  int input = open(job.input.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (input < 0) return "cannot be read: " + SystemReason(errno);
   PrivateFolder folder(limits.scratchFolder);
-  if (folder.Path().empty()) {
-    close(input);
-    return "cannot make the renderer's folder: " + folder.Error();
-  }
+  if (folder.Path().empty()) return "cannot make the renderer's folder: " + folder.Error();
   int fds[2];
-  if (pipe2(fds, O_CLOEXEC) != 0) {
-    close(input);
+  if (pipe2(fds, O_CLOEXEC) != 0)
     return std::string("cannot start the renderer: ") + strerror(errno);
-  }
   std::fflush(nullptr);  // nothing buffered is written twice
   pid_t parent = getpid();
   pid_t pid = fork();
   if (pid < 0) {
     close(fds[0]);
     close(fds[1]);
-    close(input);
     return std::string("cannot start the renderer: ") + strerror(errno);
   }
   if (pid == 0) {
     close(fds[0]);
-    Child(parent, fds[1], input, job, folder.Path(), render, limits);
+    Child(parent, fds[1], job.input, job, folder.Path(), render, limits);
   }
-  close(input);
   close(fds[1]);
   setpgid(pid, pid);  // also here, so the group exists whichever runs first
 

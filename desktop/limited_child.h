@@ -24,18 +24,23 @@ struct RenderLimits {
   bool unconfined = false;
 };
 
-// What the child may read: the document (held open, read-only) and the
-// files render loads besides the system's (the renderer module).
+// What the child may read: the document, open read-only (the caller's
+// descriptor, which the child inherits and keeps), and the files render loads
+// besides the system's (the renderer module).
 struct RenderJob {
-  std::string input;
+  int input = -1;
   std::vector<std::string> readable;
 };
 
-// What render is given in the child: the document's descriptor, and a
-// private, empty folder (also $TMPDIR) that is the only place it can write
-// in; the parent removes it with whatever is left in it.
+// What render is given in the child: the document's descriptor and a name
+// for code that takes a path (/proc/self/fd/N, the only name under /proc the
+// child may open), and a private, empty folder (also $TMPDIR) that is the only
+// place it can write in; the parent removes it with whatever is left in it.
+// A renderer that needs part of the document as a file of its own (a section
+// cut out of it) writes it there.
 struct RenderRoom {
   int input = -1;
+  std::string document;
   std::string folder;
 };
 using RenderProc = std::function<std::string(const RenderRoom&, RgbImage*)>;

@@ -1,13 +1,8 @@
 // pxhost thumbnail [-s SIZE] IN OUT: the desktop thumbnailer as a command.
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 
 #include "desktop/confinement.h"
@@ -18,20 +13,6 @@
 
 namespace pxhost {
 namespace {
-
-// Whether IN can be read as a file at all, in the words a person expects.
-std::string CheckInput(const std::string& in) {
-  // Without O_NONBLOCK a named pipe would hold the thumbnailer until a writer came.
-  int fd = open(in.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) return SystemReason(errno);
-  struct stat st {};
-  int r = fstat(fd, &st);
-  close(fd);
-  if (r != 0) return SystemReason(errno);
-  if (S_ISDIR(st.st_mode)) return SystemReason(EISDIR);
-  if (!S_ISREG(st.st_mode)) return "not a regular file";
-  return {};
-}
 
 // The folder the thumbnailer writes in: OUT's, where the result's temporary
 // file and the renderer child's private folder go. OUT "-" (standard output)
@@ -49,13 +30,13 @@ std::string WritableFolder(const std::string& out) {
   return slash == 0 ? "/" : out.substr(0, slash);
 }
 
-// The thumbnailer confines itself once it knows its input and OUT: the
-// plug-in, the XMP toolkit and the image libraries parse the document's bytes
-// too. It keeps reading anywhere (the plug-in, its lazily loaded parts and the
-// renderer module), forking (the renderer child) and writing only in its
-// folder (and OUT itself, which may be a device written in place). Where the
-// kernel offers less, it goes on as it is: the renderer child refuses to run
-// unconfined on its own.
+// The thumbnailer confines itself once it has opened its input and knows
+// OUT: the plug-in, the XMP toolkit and the image libraries parse the
+// document's bytes too. It keeps reading anywhere (the plug-in, its lazily
+// loaded parts and the renderer module), forking (the renderer child) and
+// writing only in its folder (and OUT itself, which may be a device written
+// in place). Where the kernel offers less, it goes on as it is: the renderer
+// child refuses to run unconfined on its own.
 void ConfineThumbnailer(const std::string& out, const std::string& folder) {
   PathRules rules;
   rules.readsAnywhere = true;
@@ -65,11 +46,6 @@ void ConfineThumbnailer(const std::string& out, const std::string& folder) {
   ForbidNewPrivileges();
   RestrictPaths(rules);
   RefuseCalls(CallSet::kThumbnailer);
-}
-
-int Fail(const std::string& file, const std::string& reason, int code) {
-  ErrorLine(file, reason);
-  return code;
 }
 
 struct ThumbnailArgs {
@@ -82,23 +58,27 @@ struct ThumbnailArgs {
 // leaves OUT as it was; the exit code says which.
 int RunThumbnail(PluginMainProc entry, const std::string& in, const std::string& out,
                  const ThumbnailOptions& options) {
-  std::string error = CheckInput(in);
-  if (!error.empty()) return Fail(in, error, kExitRefused);
+  Report report(false);  // a thumbnailer's caller reads the exit code and one line
+  PluginInput input(in);
   ThumbnailOptions confined = options;
   confined.limits.scratchFolder = WritableFolder(out);
-  ConfineThumbnailer(out, confined.limits.scratchFolder);
+  if (input.IsOpen()) ConfineThumbnailer(out, confined.limits.scratchFolder);
   RgbImage image;
-  error = MakeThumbnail(entry, in, confined, &image);
-  if (!error.empty()) return Fail(in, error, kExitRefused);
+  std::string error =
+      input.IsOpen() ? MakeThumbnail(entry, input, in, confined, &image) : input.Error();
+  if (!error.empty()) {
+    report.Refused(in, error);
+    return report.ExitCode();
+  }
   std::string png;
   error = EncodePng(image, &png);
-  if (!error.empty()) return Fail(out, error, kExitUsage);
   // Opened only now, so no temporary file waits beside OUT while a document
   // renders (nor is inherited by the renderer).
   AtomicOutput output;
-  if (!output.Open(out, {in}) || !output.Write(png) || !output.Commit())
-    return Fail(out, output.Error(), kExitUsage);
-  return 0;
+  if (error.empty() && !(output.Open(out, {in}) && output.Write(png) && output.Commit()))
+    error = output.Error();
+  if (!error.empty()) report.OutputFailed(out, error);
+  return report.ExitCode();
 }
 
 }  // namespace

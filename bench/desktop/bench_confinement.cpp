@@ -10,6 +10,7 @@
 // reported, so the machine's drift between rounds cancels out.
 //   bench_confinement [ROUNDS]
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -92,18 +93,20 @@ double ChildSeconds(Steps steps, const std::string& input, const std::string& fo
 }
 
 double FallbackSeconds(const std::string& input) {
-  auto render = [&](const pxhost::RenderRoom&, pxhost::RgbImage* out) -> std::string {
+  auto render = [&](const pxhost::RenderRoom& room, pxhost::RgbImage* out) -> std::string {
     void* handle = dlopen(RENDER_MODULE, RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) return "no module";
     auto proc =
         reinterpret_cast<pxhost::RenderFirstPageProc>(dlsym(handle, pxhost::kRenderFirstPageName));
     std::string reason;
-    proc(kQLDocumentPostScript, input, 256, out, &reason);
+    proc(kQLDocumentPostScript, room.document, 256, out, &reason);
     return reason;
   };
   pxhost::RgbImage image;
   auto start = Clock::now();
-  std::string error = pxhost::RunLimited({input, {RENDER_MODULE}}, render, {}, 256, &image);
+  int fd = open(input.c_str(), O_RDONLY | O_CLOEXEC);
+  std::string error = pxhost::RunLimited({fd, {RENDER_MODULE}}, render, {}, 256, &image);
+  close(fd);
   if (!error.empty()) {
     std::fprintf(stderr, "bench_confinement: %s\n", error.c_str());
     std::exit(5);

@@ -233,7 +233,8 @@ TEST(RendererChild, ConfinedWithAPrivateFolderThatIsRemovedAfterwards) {
     if (!Opens(room.folder + "/scratch", O_WRONLY | O_CREAT)) return "private folder not writable";
     if (Opens((f.open / "beside").string(), O_WRONLY | O_CREAT)) return "wrote beside it";
     if (Opens((f.closed / "secret").string(), O_RDONLY)) return "read a secret";
-    if (!Opens(input, O_RDONLY)) return "cannot read its input";
+    if (!Opens(room.document, O_RDONLY)) return "cannot read its input by its name";
+    if (Opens("/proc/self/status", O_RDONLY)) return "read elsewhere in /proc";
     char c = 0;
     if (read(room.input, &c, 1) != 1 || c != 'm') return "input descriptor unreadable";
     if (write(room.input, "x", 1) >= 0) return "input descriptor writable";
@@ -241,7 +242,9 @@ TEST(RendererChild, ConfinedWithAPrivateFolderThatIsRemovedAfterwards) {
     return {};
   };
   pxhost::RgbImage image;
-  EXPECT_EQ(pxhost::RunLimited({input, {}}, render, limits, 4, &image), "");
+  int fd = open(input.c_str(), O_RDONLY | O_CLOEXEC);
+  EXPECT_EQ(pxhost::RunLimited({fd, {}}, render, limits, 4, &image), "");
+  close(fd);
   EXPECT_EQ(image.pixels, (std::vector<uint8_t>{1, 2, 3}));
   EXPECT_FALSE(fs::exists(f.open / "beside"));
   for (const auto& entry : fs::directory_iterator(f.open))

@@ -288,9 +288,11 @@ def check_child(pxhost, world):
         parent.kill()
         parent.wait()
         return
-    # Past 0 to 4 only what the renderer opened itself (its own resources).
+    # Past 0 to 4 only what the renderer opened itself: its own resources and
+    # the document again, by its /proc/self/fd name.
     fds = {int(n): os.readlink(f"/proc/{child}/fd/{n}") for n in os.listdir(f"/proc/{child}/fd")}
-    check(all(n <= 4 or fds[n].startswith("/usr/") for n in fds) and str(world.root / "inherited") not in fds.values(),
+    check(all(n <= 4 or fds[n].startswith("/usr/") or fds[n] == str(loop) for n in fds)
+          and str(world.root / "inherited") not in fds.values(),
           f"child: holds nothing its caller had open {fds}")
     check(all(fds.get(n) == "/dev/null" for n in (0, 1, 2)), "child: standard streams on /dev/null")
     check(fds.get(3, "").startswith("pipe:") and fds.get(4) == str(loop), "child: the pipe and the document")
