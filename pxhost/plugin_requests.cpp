@@ -114,8 +114,8 @@ std::string PluginInput::Head(size_t bytes) const {
   return head;
 }
 
-bool ReadPreview(PluginMainProc entry, const PluginInput& input, uint32_t fileType,
-                 RgbImage* image, std::string* reason) {
+bool ReadPreview(PluginMainProc entry, const PluginInput& input, uint32_t fileType, RgbImage* image,
+                 std::string* reason) {
   SessionOptions options;
   options.fileType = fileType;
   options.previewOpen = true;
@@ -170,8 +170,8 @@ bool RequestSwatchPacket(PluginMainProc entry, const PluginInput& input, std::st
 bool AskRenderingMethod(PluginMainProc entry, const PluginInput& input, int32_t* method,
                         std::string* reason) {
   auto& registry = SuiteRegistry::Get();
-  const void* procs = registry.Find(pixmere::kQLRenderingMethodSuite,
-                                    pixmere::kQLRenderingMethodSuiteVersion);
+  const void* procs =
+      registry.Find(pixmere::kQLRenderingMethodSuite, pixmere::kQLRenderingMethodSuiteVersion);
   if (procs == nullptr) {
     // The plug-in publishes its suite on its first call, whatever the file.
     SessionOptions options;
@@ -181,8 +181,8 @@ bool AskRenderingMethod(PluginMainProc entry, const PluginInput& input, int32_t*
   if (registry.Acquire(pixmere::kQLRenderingMethodSuite, pixmere::kQLRenderingMethodSuiteVersion,
                        &procs) != 0 ||
       procs == nullptr) {
-    *reason = std::string("the plug-in did not publish \"") + pixmere::kQLRenderingMethodSuite +
-              "\"";
+    *reason =
+        std::string("the plug-in did not publish \"") + pixmere::kQLRenderingMethodSuite + "\"";
     return false;
   }
   auto* suite = static_cast<const pixmere::QLRenderingMethodSuite*>(procs);

@@ -45,8 +45,8 @@ class PluginInput {
 // book). True with *image set, else false with *reason ("no embedded
 // preview", "embedded preview damaged", with the result code when there is
 // one).
-bool ReadPreview(PluginMainProc entry, const PluginInput& input, uint32_t fileType,
-                 RgbImage* image, std::string* reason);
+bool ReadPreview(PluginMainProc entry, const PluginInput& input, uint32_t fileType, RgbImage* image,
+                 std::string* reason);
 
 // The filter call with the host's swatch type: the plug-in's result, 0 when
 // it takes the file as a swatch exchange file; otherwise *reason is the
