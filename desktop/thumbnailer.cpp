@@ -74,20 +74,19 @@ std::string RenderDocument(PluginMainProc entry, const PluginInput& input,
   if (kind != kQLDocumentPDF && kind != kQLDocumentPostScript)
     return "no embedded preview and no renderer for this kind of file";
   std::string module = RenderModulePath(entry);
-  // The child inherits the open input and reaches it through this name.
-  std::string document = input.DescriptorPath();
   int32_t size = options.size;
-  // Loaded in the child only, under its limits.
-  auto render = [&](RgbImage* out) -> std::string {
+  // Loaded in the child only, under its limits and once it is confined; the
+  // child keeps the open input and reaches it through room.document.
+  auto render = [&](const RenderRoom& room, RgbImage* out) -> std::string {
     void* handle = dlopen(module.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) return "the renderer module cannot be loaded";
     auto proc = reinterpret_cast<RenderFirstPageProc>(dlsym(handle, kRenderFirstPageName));
     if (proc == nullptr) return "the renderer module has no entry";
     std::string reason;
-    proc(kind, document, size, out, &reason);
+    proc(kind, room.document, size, out, &reason);
     return reason;
   };
-  return RunLimited(render, options.limits, size, image);
+  return RunLimited({input.Descriptor(), {module}}, render, options.limits, size, image);
 }
 
 std::string ReadXmpJpeg(const PluginInput& input, RgbImage* image) {
