@@ -111,8 +111,8 @@ std::string RenderPostScriptPage(const std::string& path, int32_t longest, RgbIm
   // page it was made on. With a fractional box too, the page is rendered at
   // the fractional box's scale and cut down to it.
   Box whole, drawing;
-  bool crop = ReadBoxes(path, &whole, &drawing) &&
-              int(whole.Width() + 0.5) == widthPoints && int(whole.Height() + 0.5) == heightPoints;
+  bool crop = ReadBoxes(path, &whole, &drawing) && int(whole.Width() + 0.5) == widthPoints &&
+              int(whole.Height() + 0.5) == heightPoints;
   if (!crop) drawing = whole = {0, 0, double(widthPoints), double(heightPoints)};
   double scale = PageScale(drawing.Width(), drawing.Height(), longest);
 
@@ -135,9 +135,9 @@ std::string RenderPostScriptPage(const std::string& path, int32_t longest, RgbIm
   int32_t top = std::clamp(int32_t((whole.ury - drawing.ury) * scale + 0.5), 0, height - 1);
   int32_t right = std::clamp(int32_t((drawing.urx - whole.llx) * scale + 0.5), left + 1, width);
   int32_t bottom = std::clamp(int32_t((whole.ury - drawing.lly) * scale + 0.5), top + 1, height);
-  return Finish(FromBgrx(data + int64_t(top) * stride + 4 * left, right - left, bottom - top,
-                         stride),
-                longest, image);
+  return Finish(
+      FromBgrx(data + int64_t(top) * stride + 4 * left, right - left, bottom - top, stride),
+      longest, image);
 }
 
 std::string RenderPdfPage(const std::string& path, int32_t longest, RgbImage* image) {

@@ -5,10 +5,16 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <memory>
+#include <vector>
 
 #include "desktop/document_pages.h"
+#include "desktop/eps_files.h"
 #include "desktop/fit.h"
 #include "desktop/swatch_grid.h"
 #include "desktop/xmp_jpeg.h"
@@ -105,12 +111,13 @@ std::string ReadEmbedded(HostSession& session, RgbImage* image, bool* found) {
   return {};
 }
 
-// The reader's own classifier decides which renderer the document needs.
-int32_t ClassifyDocument(const std::string& path) {
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return 0;
+// The reader's own classifier decides which renderer the document needs; a
+// file too short for it (it names nothing under 512 bytes) is told apart by
+// its first bytes.
+int32_t ClassifyDocument(int fd, DocumentStart start) {
   int32_t kind = QLThumbnail(fd).GetRenderingMethod();
-  close(fd);
+  if (kind == 0 && start == DocumentStart::kPostScript) return kQLDocumentPostScript;
+  if (kind == 0 && start == DocumentStart::kPdf) return kQLDocumentPDF;
   return kind;
 }
 
@@ -124,11 +131,17 @@ std::string RenderModulePath(PluginMainProc entry) {
          kRenderModuleName;
 }
 
-std::string RenderDocument(PluginMainProc entry, const std::string& path,
-                           const ThumbnailOptions& options, RgbImage* image) {
-  int32_t kind = ClassifyDocument(path);
-  if (kind != kQLDocumentPDF && kind != kQLDocumentPostScript)
-    return "no embedded preview and no renderer for this kind of file";
+// The folder the renderer child writes into: its own temporary folder.
+std::string TemporaryFolder() {
+  const char* dir = std::getenv("TMPDIR");
+  return dir != nullptr && *dir != '\0' ? dir : "/tmp";
+}
+
+// Renders the document of that kind in the limited child. With a section
+// (a DOS EPS file's PostScript), the child copies it to a file of its own
+// and renders that.
+std::string RenderDocument(PluginMainProc entry, const std::string& path, int fd, int32_t kind,
+                           EpsSection section, const ThumbnailOptions& options, RgbImage* image) {
   std::string module = RenderModulePath(entry);
   int32_t size = options.size;
   // Loaded in the child only, under its limits.
@@ -137,8 +150,13 @@ std::string RenderDocument(PluginMainProc entry, const std::string& path,
     if (handle == nullptr) return "the renderer module cannot be loaded";
     auto proc = reinterpret_cast<RenderFirstPageProc>(dlsym(handle, kRenderFirstPageName));
     if (proc == nullptr) return "the renderer module has no entry";
-    std::string reason;
-    proc(kind, path, size, out, &reason);
+    std::string document = path, reason;
+    if (section.length != 0) {
+      reason = CopySection(fd, section, TemporaryFolder(), &document);
+      if (!reason.empty()) return reason;
+    }
+    proc(kind, document, size, out, &reason);
+    if (section.length != 0) unlink(document.c_str());
     return reason;
   };
   return RunLimited(render, options.limits, size, image);
@@ -151,6 +169,20 @@ std::string ReadXmpJpeg(const std::string& path, RgbImage* image) {
   return error;
 }
 
+// What one source of the picture did: gave it, was not there, or was there
+// and gave none, for the reason given.
+struct SourceResult {
+  bool present = false;
+  std::string reason;  // "" with the picture, when present
+};
+
+SourceResult Absent() {
+  return {};
+}
+SourceResult Present(std::string reason) {
+  return {true, std::move(reason)};
+}
+
 }  // namespace
 
 std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
@@ -158,6 +190,9 @@ std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
   if (LooksLikeSwatchFile(path)) {
     return DrawSwatches(entry, path, options.size, image);
   }
+  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return "cannot be read";
+  std::unique_ptr<int, void (*)(int*)> closeFd(&fd, [](int* f) { close(*f); });
   // A vector document, opened as the host opens one of its type: the code
   // spares the plug-in sniffing the file for a swatch book on every call.
   SessionOptions vector;
@@ -167,23 +202,91 @@ std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
   if (!session.IsOpen()) return "cannot be read";
   session.Call(kSelectorAbout);  // the first call publishes the plug-in's suite
 
+  // Without an answer from the suite the chain still runs in its own order.
   int32_t method = 0;
-  std::string error = AskRenderingMethod(path, &method);
-  if (!error.empty()) return error;
-  RgbImage picture;
-  if (method == pixmere::kQLRenderingMethodXMPThumbnail) {
-    error = ReadXmpJpeg(path, &picture);
-  } else if (method == pixmere::kQLRenderingMethodEmbeddedThumbnail) {
+  AskRenderingMethod(path, &method);
+
+  const DocumentStart start = SniffDocument(fd);
+  DosEpsHeader dos;
+  std::string dosReason;
+  if (start == DocumentStart::kDosEps) dosReason = ReadDosEpsFile(fd, &dos);
+  // A DOS EPS header that points outside the file names no section to
+  // trust: nothing of it is shown or rendered.
+  const bool dosEps = start == DocumentStart::kDosEps && dosReason.empty();
+  const bool damagedDos = start == DocumentStart::kDosEps && !dosEps;
+  int32_t kind = -1;
+  auto documentKind = [&] {
+    if (kind < 0) kind = dosEps ? kQLDocumentPostScript : ClassifyDocument(fd, start);
+    return kind;
+  };
+  // A bilevel or grey TIFF preview only sketches the page; it waits for the
+  // end of the chain.
+  RgbImage tiffSketch;
+
+  auto embedded = [&](RgbImage* picture) {
     bool found = false;
-    error = ReadEmbedded(session, &picture, &found);
-    // Without an embedded thumbnail the document itself is drawn.
-    if (error.empty() && !found) error = RenderDocument(entry, path, options, &picture);
-  } else {
-    error = RenderDocument(entry, path, options, &picture);
+    std::string error = ReadEmbedded(session, picture, &found);
+    return found ? Present(error) : Absent();
+  };
+  auto xmpJpeg = [&](RgbImage* picture) {
+    // The suite looked at the XMP already: only a thumbnail it saw is read.
+    if (method != pixmere::kQLRenderingMethodXMPThumbnail) return Absent();
+    return Present(ReadXmpJpeg(path, picture));
+  };
+  auto colourPreview = [&](RgbImage* picture) {
+    if (damagedDos) return Present(dosReason);
+    if (!dosEps || dos.tiff.length == 0) return Absent();
+    bool colour = false;
+    std::string error = ReadTiffSection(fd, dos, picture, &colour);
+    if (!error.empty() || colour) return Present(error);
+    tiffSketch = std::move(*picture);
+    return Absent();
+  };
+  auto renderedPage = [&](RgbImage* picture) {
+    if (options.noRender || damagedDos) return Absent();
+    if (documentKind() != kQLDocumentPDF && documentKind() != kQLDocumentPostScript)
+      return Absent();
+    return Present(RenderDocument(entry, path, fd, documentKind(),
+                                  dosEps ? dos.postscript : EpsSection{}, options, picture));
+  };
+  auto sketch = [&](RgbImage* picture) {
+    if (!tiffSketch.pixels.empty()) {
+      *picture = std::move(tiffSketch);
+      return Present({});
+    }
+    if (damagedDos || documentKind() != kQLDocumentPostScript) return Absent();
+    bool found = false;
+    std::string error = ReadEpsiFile(fd, dosEps ? dos.postscript : EpsSection{}, picture, &found);
+    return found ? Present(error) : Absent();
+  };
+
+  using Source = std::function<SourceResult(RgbImage*)>;
+  std::vector<Source> chain = {embedded, xmpJpeg, colourPreview, renderedPage, sketch};
+  // What the suite names comes first: a document that says it is a PDF is
+  // its own picture, and a JPEG in the XMP is what its maker chose to show.
+  if (method == pixmere::kQLRenderingMethodPDF)
+    std::rotate(chain.begin(), chain.begin() + 3, chain.begin() + 4);
+  if (method == pixmere::kQLRenderingMethodXMPThumbnail) std::swap(chain[0], chain[1]);
+
+  // A damaged or refused source hands over to the next; the last reason is
+  // the one told.
+  std::string lastReason;
+  RgbImage picture;
+  for (const Source& source : chain) {
+    SourceResult result = source(&picture);
+    if (!result.present) continue;
+    if (result.reason.empty()) {
+      *image = FitImage(picture, options.size);
+      return image->pixels.empty() ? "cannot scale the preview" : "";
+    }
+    lastReason = result.reason;
+    picture = RgbImage{};
   }
-  if (!error.empty()) return error;
-  *image = FitImage(picture, options.size);
-  return image->pixels.empty() ? "cannot scale the preview" : "";
+  if (!lastReason.empty()) return lastReason;
+  if (options.noRender &&
+      (documentKind() == kQLDocumentPDF || documentKind() == kQLDocumentPostScript))
+    return "no picture in the file, and rendering is off";
+  return "no embedded preview and no renderer for this kind of file";
 }
 
 }  // namespace pxhost
