@@ -119,9 +119,7 @@ int main() {
                   const std::string& label, bool sketch) {
     if (!Have(program)) return;
     std::string file = (dir / name).string();
-    if (std::system(
-            ("cd " + dir.string() + " && " + command + " " + name + " >/dev/null 2>&1").c_str()) !=
-        0)
+    if (std::system(("cd " + dir.string() + " && " + command + " >/dev/null 2>&1").c_str()) != 0)
       return;
     kinds.push_back({label, file, "", {}, {}});
     if (sketch) kinds.push_back({label + ", --no-render", file, "--no-render", {}, {}});
