@@ -112,12 +112,14 @@ std::string ReadEmbedded(HostSession& session, RgbImage* image, bool* found) {
 }
 
 // The reader's own classifier decides which renderer the document needs; a
-// file too short for it (it names nothing under 512 bytes) is told apart by
-// its first bytes.
+// file it names no renderer for (it names nothing under 512 bytes, and a
+// document whose XMP mentions thumbnails after that) is told apart by its
+// first bytes.
 int32_t ClassifyDocument(int fd, DocumentStart start) {
   int32_t kind = QLThumbnail(fd).GetRenderingMethod();
-  if (kind == 0 && start == DocumentStart::kPostScript) return kQLDocumentPostScript;
-  if (kind == 0 && start == DocumentStart::kPdf) return kQLDocumentPDF;
+  if (kind == kQLDocumentPDF || kind == kQLDocumentPostScript) return kind;
+  if (start == DocumentStart::kPostScript) return kQLDocumentPostScript;
+  if (start == DocumentStart::kPdf) return kQLDocumentPDF;
   return kind;
 }
 
