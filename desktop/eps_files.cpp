@@ -1,5 +1,6 @@
 #include "desktop/eps_files.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -87,10 +88,11 @@ std::string ReadEpsiFile(int fd, EpsSection section, RgbImage* image, bool* foun
   }
 }
 
-std::string CopySection(int fd, EpsSection section, const std::string& folder, std::string* path) {
+std::string CopySection(int fd, EpsSection section, const std::string& folder, int* copy) {
   std::string name = folder + "/postscript-XXXXXX";
-  int out = mkstemp(name.data());
+  int out = mkostemp(name.data(), O_CLOEXEC);
   if (out < 0) return "cannot write the PostScript for the renderer: " + SystemReason(errno);
+  unlink(name.c_str());
   std::vector<char> chunk(1 << 16);
   uint64_t done = 0;
   std::string error;
@@ -105,12 +107,11 @@ std::string CopySection(int fd, EpsSection section, const std::string& folder, s
     else
       done += uint64_t(r);
   }
-  if (close(out) != 0 && error.empty()) error = SystemReason(errno);
   if (!error.empty()) {
-    unlink(name.c_str());
+    close(out);
     return error;
   }
-  *path = name;
+  *copy = out;
   return {};
 }
 

@@ -1,16 +1,13 @@
 #include "desktop/thumbnailer.h"
 
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
-#include <memory>
 #include <vector>
 
 #include "desktop/document_pages.h"
@@ -18,9 +15,8 @@
 #include "desktop/fit.h"
 #include "desktop/swatch_grid.h"
 #include "desktop/xmp_jpeg.h"
-#include "host/host_simulator.h"
 #include "pxhost/swatch_colours.h"
-#include "sdk/selectors.h"
+#include "sdk/host_types.h"
 #include "sdk/suites.h"
 #include "thumbnail/ql_thumbnail.h"
 #include "xmp/toolkit.h"
@@ -28,36 +24,11 @@
 namespace pxhost {
 namespace {
 
-// What the host's rendering-method suite says about the file, or a reason.
-std::string AskRenderingMethod(const std::string& path, int32_t* method) {
-  const void* procs = nullptr;
-  auto& registry = SuiteRegistry::Get();
-  if (registry.Acquire(pixmere::kQLRenderingMethodSuite, pixmere::kQLRenderingMethodSuiteVersion,
-                       &procs) != 0 ||
-      procs == nullptr)
-    return "the plug-in did not publish its rendering-method suite";
-  auto* suite = static_cast<const pixmere::QLRenderingMethodSuite*>(procs);
-  int32_t err = suite->GetQLRenderingMethodForFile(path.c_str(), method);
-  registry.Release(pixmere::kQLRenderingMethodSuite, pixmere::kQLRenderingMethodSuiteVersion);
-  if (err == pixmere::kQLErrKXEC) return "cannot be read";
-  if (err != 0) return "the rendering-method suite cannot examine it";
-  return {};
-}
-
-constexpr int16_t kSelectorAbout = 0;
-constexpr int16_t kSelectorReadFinish = 4;
-
 // Whether the file is one the swatch path serves: it begins with the swatch
-// exchange signature, or is named like one. Everything else never reaches
-// the plug-in's swatch check, which reads the whole file.
-bool LooksLikeSwatchFile(const std::string& path) {
+// exchange signature, or is named like one.
+bool LooksLikeSwatchFile(const PluginInput& input, const std::string& path) {
   if (path.size() > 4 && strcasecmp(path.c_str() + path.size() - 4, ".sxf") == 0) return true;
-  char head[4] = {};
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
-  bool swatch = read(fd, head, sizeof head) == 4 && std::memcmp(head, "SXFF", 4) == 0;
-  close(fd);
-  return swatch;
+  return input.Head(4) == "SXFF";
 }
 
 // A swatch's colour as printed: a tint is that share of the ink on white.
@@ -69,23 +40,12 @@ ChipColour OnPaper(const DisplaySwatch& swatch) {
 
 // The chips of a swatch book in their display colours, from the packet the
 // plug-in hands over on the XMP selector.
-std::string DrawSwatches(PluginMainProc entry, const std::string& path, int32_t size,
+std::string DrawSwatches(PluginMainProc entry, const PluginInput& input, int32_t size,
                          RgbImage* image) {
-  SessionOptions options;
-  options.fileType = pixmere::FourCC("SXF ");
-  HostSession session(entry, path, options);
-  if (!session.IsOpen()) return "cannot be read";
-  if (session.Call(pixmere::kSelectorFilterFile) != 0) return "not a swatch exchange file";
-  int16_t result = session.Call(pixmere::kSelectorXMP);
-  bool handedOver = false;
-  for (const auto& [field, value] : session.WrittenFields())
-    handedOver = handedOver || std::string(field->name) == "xmpHandle";
-  if (result != 0 || !handedOver)
-    return "damaged swatch file (result " + std::to_string(result) + ")";
+  std::string packet, error;
+  if (!RequestSwatchPacket(entry, input, &packet, &error)) return error;
   std::vector<DisplaySwatch> swatches;
-  std::string error;
-  if (!DisplaySwatchesFromPacket(session.HandleBytes(session.Record().xmpHandle), &swatches,
-                                 &error))
+  if (!DisplaySwatchesFromPacket(packet, &swatches, &error))
     return "unreadable swatch packet (" + error + ")";
   std::vector<ChipColour> chips;
   for (const DisplaySwatch& swatch : swatches)
@@ -95,28 +55,14 @@ std::string DrawSwatches(PluginMainProc entry, const std::string& path, int32_t 
   return {};
 }
 
-// Read start and read continue on the open session, as the host previews a
-// file. *found is false when the file has no embedded thumbnail (read start
-// refuses it).
-std::string ReadEmbedded(HostSession& session, RgbImage* image, bool* found) {
-  *found = false;
-  if (session.Call(pixmere::kSelectorReadStart) != 0) return {};
-  *found = true;
-  int16_t result = session.Call(pixmere::kSelectorReadContinue);
-  if (result != 0 || session.AdvanceCalls().size() != 1)
-    return "embedded preview damaged (result " + std::to_string(result) + ")";
-  const AdvanceCall& call = session.AdvanceCalls().front();
-  *image = RgbImage{call.right - call.left, call.bottom - call.top, call.pixels};
-  session.Call(kSelectorReadFinish);  // the plug-in gives back its suites
-  return {};
-}
-
 // The reader's own classifier decides which renderer the document needs; a
 // file it names no renderer for (it names nothing under 512 bytes, and a
 // document whose XMP mentions thumbnails after that) is told apart by its
 // first bytes.
-int32_t ClassifyDocument(int fd, DocumentStart start) {
-  int32_t kind = QLThumbnail(fd).GetRenderingMethod();
+int32_t ClassifyDocument(const PluginInput& input, DocumentStart start) {
+  ::lseek(input.Descriptor(), 0, SEEK_SET);
+  int32_t kind = QLThumbnail(input.Descriptor()).GetRenderingMethod();
+  ::lseek(input.Descriptor(), 0, SEEK_SET);
   if (kind == kQLDocumentPDF || kind == kQLDocumentPostScript) return kind;
   if (start == DocumentStart::kPostScript) return kQLDocumentPostScript;
   if (start == DocumentStart::kPdf) return kQLDocumentPDF;
@@ -139,12 +85,14 @@ std::string TemporaryFolder() {
   return dir != nullptr && *dir != '\0' ? dir : "/tmp";
 }
 
-// Renders the document of that kind in the limited child. With a section
-// (a DOS EPS file's PostScript), the child copies it to a file of its own
-// and renders that.
-std::string RenderDocument(PluginMainProc entry, const std::string& path, int fd, int32_t kind,
+// Renders the document, of that kind, in the limited child. With a section
+// (a DOS EPS file's PostScript), the child copies it to a file of its own,
+// which has no name and goes with the child, and renders that.
+std::string RenderDocument(PluginMainProc entry, const PluginInput& input, int32_t kind,
                            EpsSection section, const ThumbnailOptions& options, RgbImage* image) {
   std::string module = RenderModulePath(entry);
+  // The child inherits the open input and reaches it through this name.
+  std::string document = input.DescriptorPath();
   int32_t size = options.size;
   // Loaded in the child only, under its limits.
   auto render = [&](RgbImage* out) -> std::string {
@@ -152,22 +100,24 @@ std::string RenderDocument(PluginMainProc entry, const std::string& path, int fd
     if (handle == nullptr) return "the renderer module cannot be loaded";
     auto proc = reinterpret_cast<RenderFirstPageProc>(dlsym(handle, kRenderFirstPageName));
     if (proc == nullptr) return "the renderer module has no entry";
-    std::string document = path, reason;
+    std::string reason;
     if (section.length != 0) {
-      reason = CopySection(fd, section, TemporaryFolder(), &document);
+      int copy = -1;
+      reason = CopySection(input.Descriptor(), section, TemporaryFolder(), &copy);
       if (!reason.empty()) return reason;
+      document = "/proc/self/fd/" + std::to_string(copy);
     }
     proc(kind, document, size, out, &reason);
-    if (section.length != 0) unlink(document.c_str());
     return reason;
   };
   return RunLimited(render, options.limits, size, image);
 }
 
-std::string ReadXmpJpeg(const std::string& path, RgbImage* image) {
+std::string ReadXmpJpeg(const PluginInput& input, RgbImage* image) {
   if (!xmptk::Initialize()) return "the XMP toolkit cannot start";
-  std::string error = ReadXmpJpegThumbnail(path, image);
+  std::string error = ReadXmpJpegThumbnail(input.DescriptorPath(), image);
   xmptk::Terminate();
+  ::lseek(input.Descriptor(), 0, SEEK_SET);
   return error;
 }
 
@@ -187,27 +137,15 @@ SourceResult Present(std::string reason) {
 
 }  // namespace
 
-std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
+std::string MakeThumbnail(PluginMainProc entry, const PluginInput& input, const std::string& path,
                           const ThumbnailOptions& options, RgbImage* image) {
-  if (LooksLikeSwatchFile(path)) {
-    return DrawSwatches(entry, path, options.size, image);
-  }
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return "cannot be read";
-  std::unique_ptr<int, void (*)(int*)> closeFd(&fd, [](int* f) { close(*f); });
-  // A vector document, opened as the host opens one of its type: the code
-  // spares the plug-in sniffing the file for a swatch book on every call.
-  SessionOptions vector;
-  vector.fileType = pixmere::FourCC("EPSF");
-  vector.previewOpen = true;
-  HostSession session(entry, path, vector);
-  if (!session.IsOpen()) return "cannot be read";
-  session.Call(kSelectorAbout);  // the first call publishes the plug-in's suite
-
+  if (LooksLikeSwatchFile(input, path)) return DrawSwatches(entry, input, options.size, image);
   // Without an answer from the suite the chain still runs in its own order.
   int32_t method = 0;
-  AskRenderingMethod(path, &method);
+  std::string suiteReason;
+  AskRenderingMethod(entry, input, &method, &suiteReason);
 
+  const int fd = input.Descriptor();
   const DocumentStart start = SniffDocument(fd);
   DosEpsHeader dos;
   std::string dosReason;
@@ -218,7 +156,7 @@ std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
   const bool damagedDos = start == DocumentStart::kDosEps && !dosEps;
   int32_t kind = -1;
   auto documentKind = [&] {
-    if (kind < 0) kind = dosEps ? kQLDocumentPostScript : ClassifyDocument(fd, start);
+    if (kind < 0) kind = dosEps ? kQLDocumentPostScript : ClassifyDocument(input, start);
     return kind;
   };
   // A bilevel or grey TIFF preview only sketches the page; it waits for the
@@ -226,14 +164,16 @@ std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
   RgbImage tiffSketch;
 
   auto embedded = [&](RgbImage* picture) {
-    bool found = false;
-    std::string error = ReadEmbedded(session, picture, &found);
-    return found ? Present(error) : Absent();
+    // A vector document, opened as the host opens one of its type: the code
+    // spares the plug-in sniffing the file for a swatch book.
+    std::string error;
+    if (ReadPreview(entry, input, pixmere::FourCC("EPSF"), picture, &error)) return Present({});
+    return error.rfind("no embedded preview", 0) == 0 ? Absent() : Present(error);
   };
   auto xmpJpeg = [&](RgbImage* picture) {
     // The suite looked at the XMP already: only a thumbnail it saw is read.
     if (method != pixmere::kQLRenderingMethodXMPThumbnail) return Absent();
-    return Present(ReadXmpJpeg(path, picture));
+    return Present(ReadXmpJpeg(input, picture));
   };
   auto colourPreview = [&](RgbImage* picture) {
     if (damagedDos) return Present(dosReason);
@@ -248,7 +188,7 @@ std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
     if (options.noRender || damagedDos) return Absent();
     if (documentKind() != kQLDocumentPDF && documentKind() != kQLDocumentPostScript)
       return Absent();
-    return Present(RenderDocument(entry, path, fd, documentKind(),
+    return Present(RenderDocument(entry, input, documentKind(),
                                   dosEps ? dos.postscript : EpsSection{}, options, picture));
   };
   auto sketch = [&](RgbImage* picture) {
@@ -288,6 +228,8 @@ std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
   if (options.noRender &&
       (documentKind() == kQLDocumentPDF || documentKind() == kQLDocumentPostScript))
     return "no picture in the file, and rendering is off";
+  // A suite that could not read the file says why better than "no preview".
+  if (suiteReason.rfind("cannot be read", 0) == 0) return suiteReason;
   return "no embedded preview and no renderer for this kind of file";
 }
 
