@@ -280,6 +280,21 @@ TEST(EpsChain, ShortDocumentsAreToldApartByTheirFirstBytes) {
                 "no picture in the file, and rendering is off", "short PostScript");
 }
 
+TEST(EpsChain, ASketchStandsInForARendererThatRunsOverItsLimit) {
+  Folder f;
+  RgbImage preview = Pattern(16, 8);
+  std::string loop = "%!PS-Adobe-3.0 EPSF-3.0\n%%BoundingBox: 0 0 16 8\n%%EndComments\n{} loop\n";
+  f.Write("loop.eps", doseps::DosEps(loop, doseps::Tiff(preview, true)));
+  Shown run = Thumbnail(f.Path("loop.eps"), "--time-limit 1");
+  ASSERT_EQ(run.outcome.status, 0) << run.outcome.out;
+  auto [r, g, b] = At(preview, 3, 2);
+  EXPECT_EQ(At(run.image, 3, 2), std::tuple(g, g, g));
+  // Without a sketch the time limit is the reason told.
+  f.Write("loop.ps", loop);
+  ExpectRefused(Thumbnail(f.Path("loop.ps"), "--time-limit 1"), "ran over its 1 s time limit",
+                "loop.ps");
+}
+
 TEST(EpsChain, DamagedXmpThumbnailHandsOverToTheEmbeddedPreview) {
   ql7::Options o;
   o.pdf = true;
