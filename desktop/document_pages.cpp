@@ -7,8 +7,11 @@
 #include <poppler-page.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
+#include <string_view>
 
 #include "desktop/fit.h"
 #include "thumbnail/document_kind.h"
@@ -46,6 +49,47 @@ std::string Finish(RgbImage rendered, int32_t longest, RgbImage* image) {
   return image->pixels.empty() ? "cannot scale the rendered page" : "";
 }
 
+// A box in page points: lower left and upper right corners.
+struct Box {
+  double llx = 0, lly = 0, urx = 0, ury = 0;
+  double Width() const { return urx - llx; }
+  double Height() const { return ury - lly; }
+};
+
+// Four numbers after a comment's colon; false for "(atend)" or anything else.
+bool ParseBox(std::string_view text, Box* box) {
+  double v[4];
+  for (double& d : v) {
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+    auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), d);
+    if (ec != std::errc()) return false;
+    text.remove_prefix(size_t(end - text.data()));
+  }
+  *box = {v[0], v[1], v[2], v[3]};
+  return box->Width() > 0 && box->Height() > 0;
+}
+
+// The document's %%BoundingBox and %%HiResBoundingBox from its header
+// comments (the first 64 KiB are plenty for them). true when both are there.
+// The PostScript renderer places the drawing by the integer box alone; the
+// fractional one says where inside that the drawing really ends.
+bool ReadBoxes(const std::string& path, Box* whole, Box* hiRes) {
+  std::ifstream in(path, std::ios::binary);
+  std::string line;
+  bool haveWhole = false, haveHiRes = false;
+  for (size_t read = 0; read < 65536 && std::getline(in, line); read += line.size() + 1) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    std::string_view l = line;
+    if (l.starts_with("%%EndComments") || (read > 0 && !l.starts_with("%"))) break;
+    if (l.starts_with("%%BoundingBox:")) haveWhole = ParseBox(l.substr(14), whole);
+    if (l.starts_with("%%HiResBoundingBox:")) haveHiRes = ParseBox(l.substr(19), hiRes);
+  }
+  // A fractional box a writer got wrong (not inside the integer one, give or
+  // take rounding) is ignored.
+  return haveWhole && haveHiRes && hiRes->llx >= whole->llx - 1 && hiRes->lly >= whole->lly - 1 &&
+         hiRes->urx <= whole->urx + 1 && hiRes->ury <= whole->ury + 1;
+}
+
 }  // namespace
 
 std::string RenderPostScriptPage(const std::string& path, int32_t longest, RgbImage* image) {
@@ -62,7 +106,15 @@ std::string RenderPostScriptPage(const std::string& path, int32_t longest, RgbIm
   int widthPoints = 0, heightPoints = 0;
   spectre_page_get_size(page.get(), &widthPoints, &heightPoints);
   if (widthPoints < 1 || heightPoints < 1) return "PostScript renderer: empty page";
-  double scale = PageScale(widthPoints, heightPoints, longest);
+  // For a drawing with a bounding box the renderer's page is that box, its
+  // lower left corner moved to the page's, wherever the drawing sits on the
+  // page it was made on. With a fractional box too, the page is rendered at
+  // the fractional box's scale and cut down to it.
+  Box whole, drawing;
+  bool crop = ReadBoxes(path, &whole, &drawing) && int(whole.Width() + 0.5) == widthPoints &&
+              int(whole.Height() + 0.5) == heightPoints;
+  if (!crop) drawing = whole = {0, 0, double(widthPoints), double(heightPoints)};
+  double scale = PageScale(drawing.Width(), drawing.Height(), longest);
 
   std::unique_ptr<SpectreRenderContext, void (*)(SpectreRenderContext*)> context(
       spectre_render_context_new(), spectre_render_context_free);
@@ -78,7 +130,14 @@ std::string RenderPostScriptPage(const std::string& path, int32_t longest, RgbIm
   int32_t width = int32_t(widthPoints * scale + 0.5);
   int32_t height = int32_t(heightPoints * scale + 0.5);
   if (width < 1 || height < 1 || stride < 4 * width) return "PostScript renderer: no image";
-  return Finish(FromBgrx(data, width, height, stride), longest, image);
+  // The drawing's box in the rendered pixels (rows run top down), kept inside them.
+  int32_t left = std::clamp(int32_t((drawing.llx - whole.llx) * scale + 0.5), 0, width - 1);
+  int32_t top = std::clamp(int32_t((whole.ury - drawing.ury) * scale + 0.5), 0, height - 1);
+  int32_t right = std::clamp(int32_t((drawing.urx - whole.llx) * scale + 0.5), left + 1, width);
+  int32_t bottom = std::clamp(int32_t((whole.ury - drawing.lly) * scale + 0.5), top + 1, height);
+  return Finish(
+      FromBgrx(data + int64_t(top) * stride + 4 * left, right - left, bottom - top, stride),
+      longest, image);
 }
 
 std::string RenderPdfPage(const std::string& path, int32_t longest, RgbImage* image) {

@@ -4,9 +4,13 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
+#include <functional>
+#include <vector>
 
 #include "desktop/document_pages.h"
+#include "desktop/eps_files.h"
 #include "desktop/fit.h"
 #include "desktop/swatch_grid.h"
 #include "desktop/xmp_jpeg.h"
@@ -50,11 +54,17 @@ std::string DrawSwatches(PluginMainProc entry, const PluginInput& input, int32_t
   return {};
 }
 
-// The reader's own classifier decides which renderer the document needs.
-int32_t DocumentKind(const PluginInput& input) {
+// The reader's own classifier decides which renderer the document needs; a
+// file it names no renderer for (it names nothing under 512 bytes, and a
+// document whose XMP mentions thumbnails after that) is told apart by its
+// first bytes.
+int32_t DocumentKind(const PluginInput& input, DocumentStart start) {
   ::lseek(input.Descriptor(), 0, SEEK_SET);
   int32_t kind = ClassifyDocument(input.Descriptor());
   ::lseek(input.Descriptor(), 0, SEEK_SET);
+  if (kind == kQLDocumentPDF || kind == kQLDocumentPostScript) return kind;
+  if (start == DocumentStart::kPostScript) return kQLDocumentPostScript;
+  if (start == DocumentStart::kPdf) return kQLDocumentPDF;
   return kind;
 }
 
@@ -68,11 +78,12 @@ std::string RenderModulePath(PluginMainProc entry) {
          kRenderModuleName;
 }
 
-std::string RenderDocument(PluginMainProc entry, const PluginInput& input,
-                           const ThumbnailOptions& options, RgbImage* image) {
-  int32_t kind = DocumentKind(input);
-  if (kind != kQLDocumentPDF && kind != kQLDocumentPostScript)
-    return "no embedded preview and no renderer for this kind of file";
+// Renders the document, of that kind, in the limited child. With a section
+// (a DOS EPS file's PostScript), the child copies it to a file of its own in
+// its private folder, which has no name and goes with the child, and renders
+// that.
+std::string RenderDocument(PluginMainProc entry, const PluginInput& input, int32_t kind,
+                           EpsSection section, const ThumbnailOptions& options, RgbImage* image) {
   std::string module = RenderModulePath(entry);
   int32_t size = options.size;
   // Loaded in the child only, under its limits and once it is confined; the
@@ -83,7 +94,14 @@ std::string RenderDocument(PluginMainProc entry, const PluginInput& input,
     auto proc = reinterpret_cast<RenderFirstPageProc>(dlsym(handle, kRenderFirstPageName));
     if (proc == nullptr) return "the renderer module has no entry";
     std::string reason;
-    proc(kind, room.document, size, out, &reason);
+    std::string document = room.document;
+    if (section.length != 0) {
+      int copy = -1;
+      reason = CopySection(room.input, section, room.folder, &copy);
+      if (!reason.empty()) return reason;
+      document = "/proc/self/fd/" + std::to_string(copy);
+    }
+    proc(kind, document, size, out, &reason);
     return reason;
   };
   return RunLimited({input.Descriptor(), {module}}, render, options.limits, size, image);
@@ -97,30 +115,116 @@ std::string ReadXmpJpeg(const PluginInput& input, RgbImage* image) {
   return error;
 }
 
+// What one source of the picture did: gave it, was not there, or was there
+// and gave none, for the reason given.
+struct SourceResult {
+  bool present = false;
+  std::string reason;  // "" with the picture, when present
+};
+
+SourceResult Absent() {
+  return {};
+}
+SourceResult Present(std::string reason) {
+  return {true, std::move(reason)};
+}
+
 }  // namespace
 
 std::string MakeThumbnail(PluginMainProc entry, const PluginInput& input, const std::string& path,
                           const ThumbnailOptions& options, RgbImage* image) {
   if (LooksLikeSwatchFile(input, path)) return DrawSwatches(entry, input, options.size, image);
+  // Without an answer from the suite the chain still runs in its own order.
   int32_t method = 0;
-  std::string error;
-  if (!AskRenderingMethod(entry, input, &method, &error)) return error;
-  RgbImage picture;
-  if (method == pixmere::kQLRenderingMethodXMPThumbnail) {
-    error = ReadXmpJpeg(input, &picture);
-  } else if (method == pixmere::kQLRenderingMethodEmbeddedThumbnail) {
+  std::string suiteReason;
+  AskRenderingMethod(entry, input, &method, &suiteReason);
+
+  const int fd = input.Descriptor();
+  const DocumentStart start = SniffDocument(fd);
+  DosEpsHeader dos;
+  std::string dosReason;
+  if (start == DocumentStart::kDosEps) dosReason = ReadDosEpsFile(fd, &dos);
+  // A DOS EPS header that points outside the file names no section to
+  // trust: nothing of it is shown or rendered.
+  const bool dosEps = start == DocumentStart::kDosEps && dosReason.empty();
+  const bool damagedDos = start == DocumentStart::kDosEps && !dosEps;
+  int32_t kind = -1;
+  auto documentKind = [&] {
+    if (kind < 0) kind = dosEps ? kQLDocumentPostScript : DocumentKind(input, start);
+    return kind;
+  };
+  // A bilevel or grey TIFF preview only sketches the page; it waits for the
+  // end of the chain.
+  RgbImage tiffSketch;
+
+  auto embedded = [&](RgbImage* picture) {
     // A vector document, opened as the host opens one of its type: the code
-    // spares the plug-in sniffing the file for a swatch book. Without an
-    // embedded thumbnail the document itself is drawn.
-    if (!ReadPreview(entry, input, pixmere::FourCC("EPSF"), &picture, &error) &&
-        error.rfind("no embedded preview", 0) == 0)
-      error = RenderDocument(entry, input, options, &picture);
-  } else {
-    error = RenderDocument(entry, input, options, &picture);
+    // spares the plug-in sniffing the file for a swatch book.
+    std::string error;
+    if (ReadPreview(entry, input, pixmere::FourCC("EPSF"), picture, &error)) return Present({});
+    return error.rfind("no embedded preview", 0) == 0 ? Absent() : Present(error);
+  };
+  auto xmpJpeg = [&](RgbImage* picture) {
+    // The suite looked at the XMP already: only a thumbnail it saw is read.
+    if (method != pixmere::kQLRenderingMethodXMPThumbnail) return Absent();
+    return Present(ReadXmpJpeg(input, picture));
+  };
+  auto colourPreview = [&](RgbImage* picture) {
+    if (damagedDos) return Present(dosReason);
+    if (!dosEps || dos.tiff.length == 0) return Absent();
+    bool colour = false;
+    std::string error = ReadTiffSection(fd, dos, picture, &colour);
+    if (!error.empty() || colour) return Present(error);
+    tiffSketch = std::move(*picture);
+    return Absent();
+  };
+  auto renderedPage = [&](RgbImage* picture) {
+    if (options.noRender || damagedDos) return Absent();
+    if (documentKind() != kQLDocumentPDF && documentKind() != kQLDocumentPostScript)
+      return Absent();
+    return Present(RenderDocument(entry, input, documentKind(),
+                                  dosEps ? dos.postscript : EpsSection{}, options, picture));
+  };
+  auto sketch = [&](RgbImage* picture) {
+    if (!tiffSketch.pixels.empty()) {
+      *picture = std::move(tiffSketch);
+      return Present({});
+    }
+    if (damagedDos || documentKind() != kQLDocumentPostScript) return Absent();
+    bool found = false;
+    std::string error = ReadEpsiFile(fd, dosEps ? dos.postscript : EpsSection{}, picture, &found);
+    return found ? Present(error) : Absent();
+  };
+
+  using Source = std::function<SourceResult(RgbImage*)>;
+  std::vector<Source> chain = {embedded, xmpJpeg, colourPreview, renderedPage, sketch};
+  // What the suite names comes first: a document that says it is a PDF is
+  // its own picture, and a JPEG in the XMP is what its maker chose to show.
+  if (method == pixmere::kQLRenderingMethodPDF)
+    std::rotate(chain.begin(), chain.begin() + 3, chain.begin() + 4);
+  if (method == pixmere::kQLRenderingMethodXMPThumbnail) std::swap(chain[0], chain[1]);
+
+  // A damaged or refused source hands over to the next; the last reason is
+  // the one told.
+  std::string lastReason;
+  RgbImage picture;
+  for (const Source& source : chain) {
+    SourceResult result = source(&picture);
+    if (!result.present) continue;
+    if (result.reason.empty()) {
+      *image = FitImage(picture, options.size);
+      return image->pixels.empty() ? "cannot scale the preview" : "";
+    }
+    lastReason = result.reason;
+    picture = RgbImage{};
   }
-  if (!error.empty()) return error;
-  *image = FitImage(picture, options.size);
-  return image->pixels.empty() ? "cannot scale the preview" : "";
+  if (!lastReason.empty()) return lastReason;
+  if (options.noRender &&
+      (documentKind() == kQLDocumentPDF || documentKind() == kQLDocumentPostScript))
+    return "no picture in the file, and rendering is off";
+  // A suite that could not read the file says why better than "no preview".
+  if (suiteReason.rfind("cannot be read", 0) == 0) return suiteReason;
+  return "no embedded preview and no renderer for this kind of file";
 }
 
 }  // namespace pxhost

@@ -1,7 +1,10 @@
-// Desktop thumbnails of the files the plug-in serves, with the source chosen
-// the way the host chooses it: the plug-in's rendering-method suite first,
-// then the embedded thumbnail, a JPEG thumbnail in the XMP, or the document
-// itself rendered in a limited child; swatch books as a grid of their chips.
+// Desktop thumbnails of the files the plug-in serves, from one chain of
+// sources tried in order until one gives a picture: the plug-in's embedded
+// thumbnail, a JPEG thumbnail in the XMP, a DOS EPS file's colour TIFF
+// preview, the document rendered in a limited child, and last a grey or
+// bilevel preview (TIFF or EPSI), which only sketches the page. The source
+// the rendering-method suite names is tried first. Swatch books as a grid of
+// their chips.
 #pragma once
 
 #include <string>
@@ -13,7 +16,8 @@
 namespace pxhost {
 
 struct ThumbnailOptions {
-  int32_t size = 256;  // longest side of the result
+  int32_t size = 256;     // longest side of the result
+  bool noRender = false;  // never run an interpreter: only pictures the file carries
   RenderLimits limits;
 };
 

@@ -1,4 +1,5 @@
-// pxhost thumbnail [-s SIZE] IN OUT: the desktop thumbnailer as a command.
+// pxhost thumbnail [-s SIZE] [--no-render] IN OUT: the desktop thumbnailer as a
+// command.
 #include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
@@ -90,6 +91,8 @@ CommandRun SetUpThumbnail(CLI::App& command) {
   command.add_option("-s,--size", a->options.size, "longest side at most SIZE")
       ->check(CLI::Range(16, 4096))
       ->capture_default_str();
+  command.add_flag("--no-render", a->options.noRender,
+                   "never run an interpreter: only the pictures the file carries");
   command
       .add_option("--time-limit", a->options.limits.seconds,
                   "seconds a document may take to render")

@@ -229,27 +229,26 @@ TEST(ThumbnailSource, LargeBookShowsWhatFitsAndCountsTheRest) {
 }
 
 TEST(ThumbnailFailure, OneLineNamingTheFileAndNothingAtOut) {
-  ql7::Options damagedXmp;
-  damagedXmp.pdf = true;
-  damagedXmp.xmpJpegThumbnail = true;  // the item holds no picture
   std::string badPreview = "%!PS-Adobe-3.0\n%QL7_Thumbnail: 4 4 24\n%%BeginData: 9 Hex Bytes\n" +
                            std::string("00FF") + "\n%%EndData\n" + std::string(600, '%') + "\n";
+  // Each source that fails hands over to the next; the line tells the last
+  // reason (a damaged preview is the last one only when nothing is rendered).
   struct Case {
     const char* name;
     std::string bytes;
+    const char* options;
     const char* reason;
   } cases[] = {
-      {"notes.txt", std::string(600, 'x'), "no embedded preview and no renderer"},
-      {"short.ps", "%!PS\nshowpage\n", "no embedded preview and no renderer"},
-      {"broken.ps", badPreview, "embedded preview damaged"},
-      {"stub.pdf", ql7::VectorFile(Solid(4, 4, 1, 2, 3), damagedXmp), "damaged JPEG thumbnail"},
-      {"error.ps", PlainPs("nosuchoperator"), "PostScript renderer"},
-      {"renamed.sxf", EmbeddedPs(Pattern(4, 4)), "not a swatch exchange file"},
-      {"empty.sxf", Book({{{"swatch", "X"}, {"model", "XYZ "}, {"values", {0.1, 0.1, 0.1}}}}),
+      {"notes.txt", std::string(600, 'x'), "", "no embedded preview and no renderer"},
+      {"short.txt", "%!\nshowpage\n", "", "no embedded preview and no renderer"},
+      {"broken.ps", badPreview, "--no-render", "embedded preview damaged"},
+      {"error.ps", PlainPs("nosuchoperator"), "", "PostScript renderer"},
+      {"renamed.sxf", EmbeddedPs(Pattern(4, 4)), "", "not a swatch exchange file"},
+      {"empty.sxf", Book({{{"swatch", "X"}, {"model", "XYZ "}, {"values", {0.1, 0.1, 0.1}}}}), "",
        "no swatch in the book has a colour that can be shown"},
   };
   for (const Case& c : cases) {
-    Result run = Make(c.name, c.bytes);
+    Result run = Make(c.name, c.bytes, c.options);
     EXPECT_EQ(run.outcome.status, 1) << c.name;
     EXPECT_FALSE(run.written) << c.name;
     EXPECT_EQ(run.outcome.out.find("pxhost: "), 0u) << run.outcome.out;

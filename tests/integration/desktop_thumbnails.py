@@ -71,7 +71,7 @@ def rgb_rows(pixbuf):
 def samples(root, work, pdf):
     """The vector samples with an EPS twin of each PostScript one (an EPSF
     header on the same file), a PostScript page with no embedded preview (it
-    is rendered), and the swatch samples."""
+    is rendered), EPS files other programs wrote, and the swatch samples."""
     files = []
     for ps in sorted((root / "samples/vector").glob("*.ps")):
         files.append(ps)
@@ -90,10 +90,37 @@ def samples(root, work, pdf):
         + "%" * 600 + "\n"
     )
     files.append(plain)
+    files += eps_from_other_programs(work)
     if pdf:
         files += sorted((root / "samples/vector").glob("*.pdf"))
     files += sorted((root / "samples/swatches").glob("*.sxf"))
     return files
+
+
+def eps_from_other_programs(work):
+    """EPS files as other programs write them, of a drawing placed far from
+    the page's corner: a DOS EPS file with a colour TIFF preview (the
+    thumbnail, no interpreter run) and one with a bilevel preview (its
+    PostScript section rendered), both by epstool, and an EPSI file by
+    ps2epsi (rendered). Skipped, with a note, for a program not installed."""
+    drawing = work / "drawing.eps"
+    drawing.write_text(
+        "%!PS-Adobe-3.0 EPSF-3.0\n%%BoundingBox: 300 400 364 432\n%%EndComments\n"
+        "1 0 0 setrgbcolor 300 400 32 32 rectfill 0 0 1 setrgbcolor 332 400 32 32 rectfill\n"
+        "showpage\n%%EOF\n"
+    )
+    made = []
+    for program, args, name in (
+        ("epstool", ["--quiet", "-t6p"], "tiff-colour.eps"),
+        ("epstool", ["--quiet", "-t4"], "tiff-bilevel.eps"),
+        ("ps2epsi", [], "interchange.epsi"),
+    ):
+        if shutil.which(program) is None:
+            print(f"      {program} is not installed: no {name}")
+            continue
+        run(program, *args, str(drawing), str(work / name))
+        made.append(work / name)
+    return made
 
 
 def reference(path, size, work, GdkPixbuf):
