@@ -1,10 +1,10 @@
 # ql_test(NAME SOURCES... LINK libs... [TIMEOUT seconds]) — one GoogleTest
-# executable, its cases registered with CTest one by one (each given TIMEOUT
-# when named).
+# executable, its cases registered with CTest one by one, each with a time
+# limit (120 s unless TIMEOUT names another).
 include(GoogleTest)
 function(ql_test name)
   cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LINK" ${ARGN})
-  set(timeout)
+  set(timeout TIMEOUT 120)
   if(arg_TIMEOUT)
     set(timeout TIMEOUT ${arg_TIMEOUT})
   endif()

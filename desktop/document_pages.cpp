@@ -14,7 +14,7 @@
 #include <string_view>
 
 #include "desktop/fit.h"
-#include "thumbnail/ql_thumbnail.h"
+#include "thumbnail/document_kind.h"
 
 namespace pxhost {
 namespace {

@@ -11,9 +11,15 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <new>
+#include <system_error>
+#include <vector>
 
+#include "desktop/confinement.h"
 #include "pxhost/atomic_output.h"
 
 namespace pxhost {
@@ -24,7 +30,7 @@ namespace {
 constexpr char kImageTag = 'I';
 constexpr char kErrorTag = 'E';
 constexpr size_t kImageHeader = 1 + 2 * sizeof(int32_t);
-constexpr size_t kMaxReason = 200;
+constexpr size_t kMaxReason = 300;
 
 // The address space the process already has: the limit is a budget on top of
 // it, so a sanitizer's large up-front reservations do not use it up.
@@ -38,18 +44,49 @@ uint64_t CurrentAddressSpace() {
   return uint64_t(pages) * uint64_t(sysconf(_SC_PAGESIZE));
 }
 
-[[noreturn]] void Child(int out, const std::function<std::string(RgbImage*)>& render,
+// What every renderer reads besides the document and its module: the
+// system's programs, libraries and data (fonts, Ghostscript's resources and
+// CMaps, Poppler's data), fontconfig's settings and caches, Ghostscript's
+// font maps, the paper size and the loader's cache.
+const char* const kSystemReadable[] = {
+    "/usr",
+    "/etc/fonts",
+    "/var/cache/fontconfig",
+    "/etc/ghostscript",
+    "/var/lib/ghostscript",
+    "/etc/papersize",
+    "/etc/ld.so.cache",
+    "/dev/urandom",
+};
+
+// The steps in the order that keeps each possible: descriptors and rlimits
+// before Landlock hides /proc and /dev; no-new-privileges before the filters.
+std::string Confine(const RenderJob& job, int input, const std::string& folder) {
+  std::string error = ForbidNewPrivileges();
+  PathRules rules;
+  rules.read.assign(std::begin(kSystemReadable), std::end(kSystemReadable));
+  rules.read.insert(rules.read.end(), job.readable.begin(), job.readable.end());
+  // The document by the descriptor the child holds, whatever its name.
+  rules.read.push_back("/proc/self/fd/" + std::to_string(input));
+  rules.write = {folder, "/dev/null"};
+  if (error.empty()) error = RestrictPaths(rules);
+  if (error.empty()) error = RefuseCalls(CallSet::kRenderer);
+  return error;
+}
+
+[[noreturn]] void Child(pid_t parent, int out, int input, const RenderJob& job,
+                        const std::string& folder, const RenderProc& render,
                         const RenderLimits& limits) {
   setpgid(0, 0);
+  std::string error = DieWithParent(parent);
   // Renderers talk on the standard streams; the thumbnailer's own standard
-  // error carries one line per failure, so theirs go nowhere.
-  int null = open("/dev/null", O_RDWR);
-  if (null >= 0) {
-    dup2(null, 0);
-    dup2(null, 1);
-    dup2(null, 2);
-    if (null > 2) close(null);
-  }
+  // error carries one line per failure, so theirs go nowhere. Nothing else
+  // the caller had open reaches the renderer.
+  std::vector<int> keep = {out, input};
+  if (error.empty()) error = KeepOnlyDescriptors(&keep);
+  out = keep[0];
+  RenderRoom room{keep[1], "/proc/self/fd/" + std::to_string(keep[1]), folder};
+
   rlimit memory{};
   memory.rlim_cur = memory.rlim_max = CurrentAddressSpace() + uint64_t(limits.memoryBytes);
   setrlimit(RLIMIT_AS, &memory);
@@ -58,11 +95,17 @@ uint64_t CurrentAddressSpace() {
   setrlimit(RLIMIT_CPU, &cpu);
   rlimit core{0, 0};
   setrlimit(RLIMIT_CORE, &core);
+  setenv("TMPDIR", folder.c_str(), 1);
 
+  if (error.empty()) {
+    std::string refused = Confine(job, room.input, folder);
+    if (!refused.empty() && !limits.unconfined)
+      error = "the kernel cannot confine the renderer (" + refused +
+              "), so the document is not rendered; --render-unconfined renders it anyway";
+  }
   RgbImage image;
-  std::string error;
   try {
-    error = render(&image);
+    if (error.empty()) error = render(room, &image);
   } catch (const std::bad_alloc&) {
     error = "renderer ran out of memory";
   } catch (...) {
@@ -82,14 +125,46 @@ uint64_t CurrentAddressSpace() {
   _exit(ok ? 0 : 1);
 }
 
+// The child's private folder, made empty for one run and removed after it
+// with whatever the child left in it.
+class PrivateFolder {
+ public:
+  explicit PrivateFolder(const std::string& scratch) {
+    std::string base = scratch;
+    if (base.empty()) {
+      const char* tmp = std::getenv("TMPDIR");
+      base = tmp != nullptr && *tmp != '\0' ? tmp : "/tmp";
+    }
+    std::string pattern = base + "/.qlformat-render-XXXXXX";
+    if (mkdtemp(pattern.data()) != nullptr)
+      path_ = pattern;
+    else
+      error_ = base + ": " + SystemReason(errno);
+  }
+  ~PrivateFolder() {
+    std::error_code ignored;
+    if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
+  }
+  PrivateFolder(const PrivateFolder&) = delete;
+  PrivateFolder& operator=(const PrivateFolder&) = delete;
+  const std::string& Path() const { return path_; }
+  const std::string& Error() const { return error_; }
+
+ private:
+  std::string path_, error_;
+};
+
 }  // namespace
 
-std::string RunLimited(const std::function<std::string(RgbImage*)>& render,
-                       const RenderLimits& limits, int32_t maxSide, RgbImage* image) {
+std::string RunLimited(const RenderJob& job, const RenderProc& render, const RenderLimits& limits,
+                       int32_t maxSide, RgbImage* image) {
+  PrivateFolder folder(limits.scratchFolder);
+  if (folder.Path().empty()) return "cannot make the renderer's folder: " + folder.Error();
   int fds[2];
   if (pipe2(fds, O_CLOEXEC) != 0)
     return std::string("cannot start the renderer: ") + strerror(errno);
   std::fflush(nullptr);  // nothing buffered is written twice
+  pid_t parent = getpid();
   pid_t pid = fork();
   if (pid < 0) {
     close(fds[0]);
@@ -98,7 +173,7 @@ std::string RunLimited(const std::function<std::string(RgbImage*)>& render,
   }
   if (pid == 0) {
     close(fds[0]);
-    Child(fds[1], render, limits);
+    Child(parent, fds[1], job.input, job, folder.Path(), render, limits);
   }
   close(fds[1]);
   setpgid(pid, pid);  // also here, so the group exists whichever runs first

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <functional>
 #include <vector>
 
@@ -18,7 +17,7 @@
 #include "pxhost/swatch_colours.h"
 #include "sdk/host_types.h"
 #include "sdk/suites.h"
-#include "thumbnail/ql_thumbnail.h"
+#include "thumbnail/document_kind.h"
 #include "xmp/toolkit.h"
 
 namespace pxhost {
@@ -59,9 +58,9 @@ std::string DrawSwatches(PluginMainProc entry, const PluginInput& input, int32_t
 // file it names no renderer for (it names nothing under 512 bytes, and a
 // document whose XMP mentions thumbnails after that) is told apart by its
 // first bytes.
-int32_t ClassifyDocument(const PluginInput& input, DocumentStart start) {
+int32_t DocumentKind(const PluginInput& input, DocumentStart start) {
   ::lseek(input.Descriptor(), 0, SEEK_SET);
-  int32_t kind = QLThumbnail(input.Descriptor()).GetRenderingMethod();
+  int32_t kind = ClassifyDocument(input.Descriptor());
   ::lseek(input.Descriptor(), 0, SEEK_SET);
   if (kind == kQLDocumentPDF || kind == kQLDocumentPostScript) return kind;
   if (start == DocumentStart::kPostScript) return kQLDocumentPostScript;
@@ -79,38 +78,30 @@ std::string RenderModulePath(PluginMainProc entry) {
          kRenderModuleName;
 }
 
-// The folder the renderer child writes into: its own temporary folder.
-std::string TemporaryFolder() {
-  const char* dir = std::getenv("TMPDIR");
-  return dir != nullptr && *dir != '\0' ? dir : "/tmp";
-}
-
-// Renders the document, of that kind, in the limited child. With a section
-// (a DOS EPS file's PostScript), the child copies it to a file of its own,
-// which has no name and goes with the child, and renders that.
+// Renders the document, of that kind, in the limited and confined child.
+// With a section (a DOS EPS file's PostScript), the child copies it into its
+// private folder and renders that copy.
 std::string RenderDocument(PluginMainProc entry, const PluginInput& input, int32_t kind,
                            EpsSection section, const ThumbnailOptions& options, RgbImage* image) {
   std::string module = RenderModulePath(entry);
-  // The child inherits the open input and reaches it through this name.
-  std::string document = input.DescriptorPath();
   int32_t size = options.size;
-  // Loaded in the child only, under its limits.
-  auto render = [&](RgbImage* out) -> std::string {
+  // Loaded in the child only, under its limits and once it is confined; the
+  // child keeps the open input and reaches it through room.document.
+  auto render = [&](const RenderRoom& room, RgbImage* out) -> std::string {
     void* handle = dlopen(module.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) return "the renderer module cannot be loaded";
     auto proc = reinterpret_cast<RenderFirstPageProc>(dlsym(handle, kRenderFirstPageName));
     if (proc == nullptr) return "the renderer module has no entry";
     std::string reason;
+    std::string document = room.document;
     if (section.length != 0) {
-      int copy = -1;
-      reason = CopySection(input.Descriptor(), section, TemporaryFolder(), &copy);
+      reason = CopySection(room.input, section, room.folder, &document);
       if (!reason.empty()) return reason;
-      document = "/proc/self/fd/" + std::to_string(copy);
     }
     proc(kind, document, size, out, &reason);
     return reason;
   };
-  return RunLimited(render, options.limits, size, image);
+  return RunLimited({input.Descriptor(), {module}}, render, options.limits, size, image);
 }
 
 std::string ReadXmpJpeg(const PluginInput& input, RgbImage* image) {
@@ -156,7 +147,7 @@ std::string MakeThumbnail(PluginMainProc entry, const PluginInput& input, const 
   const bool damagedDos = start == DocumentStart::kDosEps && !dosEps;
   int32_t kind = -1;
   auto documentKind = [&] {
-    if (kind < 0) kind = dosEps ? kQLDocumentPostScript : ClassifyDocument(input, start);
+    if (kind < 0) kind = dosEps ? kQLDocumentPostScript : DocumentKind(input, start);
     return kind;
   };
   // A bilevel or grey TIFF preview only sketches the page; it waits for the

@@ -13,10 +13,8 @@
 #include "sdk/host_types.h"
 #include "sdk/selectors.h"
 #include "sdk/suites.h"
-#include "swatchbook/vantor_swatch_book.h"
-#include "swatchio/data_filter_stream.h"
-#include "swatchio/sxf_reader.h"
-#include "thumbnail/ql_thumbnail.h"
+#include "swatchio/swatch_file_survey.h"
+#include "thumbnail/document_kind.h"
 
 namespace pxhost {
 namespace {
@@ -136,8 +134,7 @@ bool ReadPreview(PluginMainProc entry, const PluginInput& input, uint32_t fileTy
   // plug-in's to judge.
   bool marked = started;
   if (!marked) {
-    marked = QLThumbnail(input.Descriptor()).ScanForString("%QL7_Thumbnail:") != 0;
-    ::lseek(input.Descriptor(), 0, SEEK_SET);
+    marked = HasPreviewMarker(input.Descriptor());
   }
   *reason = WithResult(marked ? "embedded preview damaged" : "no embedded preview", result);
   return false;
@@ -198,17 +195,12 @@ bool AskRenderingMethod(PluginMainProc entry, const PluginInput& input, int32_t*
 
 std::vector<SteppedOverEntry> SteppedOverEntries(const PluginInput& input) {
   std::vector<SteppedOverEntry> entries;
-  VantorSwatchBook book;
-  DataFilterStream stream(input.Descriptor());
-  SXFReader reader;
-  if (reader.Parse(book, stream, 0) == kSXFParsed)
-    for (const SXFReader::SteppedOver& e : reader.SteppedOverEntries()) {
-      std::string name(size_t(e.name.GetUTF8(nullptr)), '\0');
-      e.name.GetUTF8(reinterpret_cast<unsigned char*>(name.data()));
-      name.resize(std::strlen(name.c_str()));
-      entries.push_back({std::move(name), e.model});
+  SwatchFileSurvey survey = SurveySwatchFile(input.Descriptor());
+  if (survey.result == kSXFParsed)
+    for (SwatchFileSurvey::SteppedOver& e : survey.steppedOver) {
+      e.name.resize(std::strlen(e.name.c_str()));  // a swatch name ends at a zero unit
+      entries.push_back({std::move(e.name), e.model});
     }
-  ::lseek(input.Descriptor(), 0, SEEK_SET);
   return entries;
 }
 
@@ -216,36 +208,26 @@ std::string SwatchFault(int fd) {
   struct stat st {};
   if (::fstat(fd, &st) == 0 && st.st_size > kSwatchFileLimit)
     return "swatch file over the 256 MiB limit";
-  VantorSwatchBook book;
-  DataFilterStream stream(fd);
-  SXFReader reader;
-  std::string reason;
-  switch (reader.Parse(book, stream, 0)) {
+  SwatchFileSurvey survey = SurveySwatchFile(fd);
+  switch (survey.result) {
     case kSXFParsed:
-      break;
+      return {};
     case kSXFBadSignature:
-      reason = "not a swatch exchange file (bad signature)";
-      break;
+      return "not a swatch exchange file (bad signature)";
     case kSXFBadVersion:
-      reason = "not a swatch exchange file (unknown major version)";
-      break;
+      return "not a swatch exchange file (unknown major version)";
     case kSXFTruncated:
-      reason = reader.FailedBlock() == 0
-                   ? "damaged swatch file: the header is cut short"
-                   : "damaged swatch file: block " + std::to_string(reader.FailedBlock()) +
-                         " runs past the end";
-      break;
+      return survey.failedBlock == 0
+                 ? "damaged swatch file: the header is cut short"
+                 : "damaged swatch file: block " + std::to_string(survey.failedBlock) +
+                       " runs past the end";
     case kSXFTooManyBlocks:
-      reason = "damaged swatch file: more blocks than a swatch file may hold";
-      break;
+      return "damaged swatch file: more blocks than a swatch file may hold";
     case kSXFUnreadable:
-      reason = "cannot be read";
-      break;
+      return "cannot be read";
     default:
-      reason = "refused by the plug-in";
+      return "refused by the plug-in";
   }
-  ::lseek(fd, 0, SEEK_SET);
-  return reason;
 }
 
 }  // namespace pxhost

@@ -24,7 +24,7 @@ expect() {  # expect "WANTED REPLY" WORDS... (the last word is being completed)
 
 expect "thumbnail" pxhost th
 expect "--plugin --version --help" pxhost -
-expect "--help --plugin -s --no-render --time-limit --memory-limit" pxhost thumbnail -
+expect "--help --plugin -s --no-render --time-limit --memory-limit --render-unconfined" pxhost thumbnail -
 expect "gpl json css" pxhost --plugin x.so palette -f ""
 expect "--help --plugin --json -r -L --ext -j --jobs" pxhost --plugin x.so identify -
 expect "required1 required2 required3 required4 advance-state" pxhost call 2 f.pdf --withhold ""

@@ -1,6 +1,7 @@
 """The package on a real desktop stack: installed with apt, thumbnails asked of
 GNOME's thumbnail factory (which runs the thumbnailer in its bubblewrap
-sandbox) and of Tumbler over a private session bus, the MIME
+sandbox) and of Tumbler over a private session bus, hostile documents through
+Tumbler (the thumbnailer's own confinement is all that stops them there), the MIME
 type checked through Gio, and the package purged again, also when a check fails."""
 
 import argparse
@@ -242,6 +243,51 @@ def check_tumbler(files, work):
             check(rgb_rows(pixbuf) == rgb_rows(ref), f"{what}: pixels equal the plug-in's image")
 
 
+def check_hostile_tumbler(root, work):
+    """The hostile-document suite's attacks (tests/desktop) sent through
+    Tumbler, whose thumbnailers run with no sandbox of their own: every page
+    must say refused and nothing around it may change. Tumbler and so the
+    thumbnailer get the attacked world's TMPDIR and HOME."""
+    import gi
+
+    gi.require_version("GdkPixbuf", "2.0")
+    from gi.repository import GdkPixbuf
+
+    sys.path.insert(0, str(root / "tests/desktop"))
+    import hostile_documents as hostile
+
+    world = hostile.World()
+    try:
+        docs = []
+        for name, attack in hostile.attacks(world):
+            doc = world.root / f"{name}.ps"
+            doc.write_text(hostile.document(attack))
+            docs.append(doc)
+        world.before = world.snapshot()
+        cache = work / "hostile-cache"
+        env = dict(world.env(), XDG_CACHE_HOME=str(cache))
+        proc = subprocess.run(
+            ["dbus-run-session", "--", "/usr/bin/python3", str(Path(__file__).with_name("tumbler_queue.py")),
+             *[d.as_uri() for d in docs]],
+            env=env, text=True, capture_output=True, timeout=180,
+        )
+        check(proc.returncode == 0, "tumbler finished the hostile documents")
+        for doc in docs:
+            thumb = cache / "thumbnails/normal" / f"{hashlib.md5(doc.as_uri().encode()).hexdigest()}.png"
+            if not thumb.exists():
+                check(False, f"tumbler hostile {doc.stem}: no thumbnail")
+                continue
+            pixbuf = GdkPixbuf.Pixbuf.new_from_file(str(thumb))
+            n, stride = pixbuf.get_n_channels(), pixbuf.get_rowstride()
+            x, y = pixbuf.get_width() // 2, pixbuf.get_height() // 2
+            pixel = tuple(pixbuf.get_pixels()[y * stride + x * n : y * stride + x * n + 3])
+            check(pixel == hostile.BLUE, f"tumbler hostile {doc.stem}: the page says refused ({pixel})")
+        check(world.untouched(), "tumbler hostile: nothing around the documents changed")
+        check(not (world.root / "piped").exists(), "tumbler hostile: no program ran")
+    finally:
+        world.remove()
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--root", type=Path, required=True)
@@ -272,6 +318,7 @@ def main():
         check_pdf_entry(args.pdf)
         check_factory(files, work)
         check_tumbler(files, work)
+        check_hostile_tumbler(args.root, work)
         if args.keep:
             shutil.copytree(work, args.keep, dirs_exist_ok=True)
     finally:
