@@ -88,11 +88,10 @@ std::string ReadEpsiFile(int fd, EpsSection section, RgbImage* image, bool* foun
   }
 }
 
-std::string CopySection(int fd, EpsSection section, const std::string& folder, int* copy) {
+std::string CopySection(int fd, EpsSection section, const std::string& folder, std::string* path) {
   std::string name = folder + "/postscript-XXXXXX";
   int out = mkostemp(name.data(), O_CLOEXEC);
   if (out < 0) return "cannot write the PostScript for the renderer: " + SystemReason(errno);
-  unlink(name.c_str());
   std::vector<char> chunk(1 << 16);
   uint64_t done = 0;
   std::string error;
@@ -107,11 +106,12 @@ std::string CopySection(int fd, EpsSection section, const std::string& folder, i
     else
       done += uint64_t(r);
   }
+  if (close(out) != 0 && error.empty()) error = SystemReason(errno);
   if (!error.empty()) {
-    close(out);
+    unlink(name.c_str());
     return error;
   }
-  *copy = out;
+  *path = name;
   return {};
 }
 

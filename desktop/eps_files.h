@@ -25,10 +25,9 @@ std::string ReadTiffSection(int fd, const DosEpsHeader& header, RgbImage* image,
 // length is 0); *found false when there is none.
 std::string ReadEpsiFile(int fd, EpsSection section, RgbImage* image, bool* found);
 
-// Copies `section` to a new file in folder that has no name (it goes when
-// its descriptor is closed, also when the process is killed): "" with *copy
-// set to its descriptor, or the reason. The renderer gets a DOS EPS file's
-// PostScript alone, never its binary header.
-std::string CopySection(int fd, EpsSection section, const std::string& folder, int* copy);
+// Copies `section` to a new file in folder: "" with *path set, or the
+// reason. The renderer gets a DOS EPS file's PostScript alone, never its
+// binary header.
+std::string CopySection(int fd, EpsSection section, const std::string& folder, std::string* path);
 
 }  // namespace pxhost

@@ -78,10 +78,9 @@ std::string RenderModulePath(PluginMainProc entry) {
          kRenderModuleName;
 }
 
-// Renders the document, of that kind, in the limited child. With a section
-// (a DOS EPS file's PostScript), the child copies it to a file of its own in
-// its private folder, which has no name and goes with the child, and renders
-// that.
+// Renders the document, of that kind, in the limited and confined child.
+// With a section (a DOS EPS file's PostScript), the child copies it into its
+// private folder and renders that copy.
 std::string RenderDocument(PluginMainProc entry, const PluginInput& input, int32_t kind,
                            EpsSection section, const ThumbnailOptions& options, RgbImage* image) {
   std::string module = RenderModulePath(entry);
@@ -96,10 +95,8 @@ std::string RenderDocument(PluginMainProc entry, const PluginInput& input, int32
     std::string reason;
     std::string document = room.document;
     if (section.length != 0) {
-      int copy = -1;
-      reason = CopySection(room.input, section, room.folder, &copy);
+      reason = CopySection(room.input, section, room.folder, &document);
       if (!reason.empty()) return reason;
-      document = "/proc/self/fd/" + std::to_string(copy);
     }
     proc(kind, document, size, out, &reason);
     return reason;
