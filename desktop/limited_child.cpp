@@ -14,6 +14,7 @@
 #include <cstring>
 #include <new>
 
+#include "common/coverage_counts.h"
 #include "pxhost/atomic_output.h"
 
 namespace pxhost {
@@ -79,6 +80,7 @@ uint64_t CurrentAddressSpace() {
     error.resize(std::min(error.size(), kMaxReason));
     ok = WriteAll(out, &kErrorTag, 1) == 0 && WriteAll(out, error.data(), error.size()) == 0;
   }
+  ql::FlushCoverageCounts();
   _exit(ok ? 0 : 1);
 }
 
