@@ -390,3 +390,42 @@ TEST(Ql7embed, RefusesWhatThePluginWouldNot) {
 }
 
 }  // namespace
+
+namespace {
+
+// Previews of several inputs into one folder: each takes its stem's name,
+// and a name already given, or taken by another input's stem, gets the
+// lowest free -2, -3, ... ; every picture goes to the name its line tells.
+TEST(PxhostContract, PreviewNamesInAFolderAreNumberedInInputOrder) {
+  qltest::DiskFile anchor("anchor", "");
+  fs::path dir = fs::path(anchor.path()).parent_path();
+  fs::path out = dir / "out";
+  std::vector<std::string> inputs;
+  const char* names[] = {"a/p.ps", "b/p-2.ps", "c/p.ps", "d/p.ps", "e/q.ps"};
+  for (int k = 0; k < 5; ++k) {
+    fs::path in = dir / names[k];
+    fs::create_directories(in.parent_path());
+    std::ofstream(in) << Vector(k + 1, 1);  // the width tells the inputs apart
+    inputs.push_back(in.string());
+  }
+  std::string all;
+  for (const std::string& in : inputs) all += in + " ";
+  for (const char* jobs : {"-j 1", "-j 2"}) {
+    fs::remove_all(out);
+    Outcome r = PxhostOut(std::string("preview ") + jobs + " " + all + "-o " + out.string() + "/");
+    EXPECT_EQ(r.status, 0) << r.out;
+    const char* expected[] = {"p.png", "p-2.png", "p-3.png", "p-4.png", "q.png"};
+    std::string lines;
+    for (int k = 0; k < 5; ++k) {
+      lines += inputs[size_t(k)] + ": " + std::to_string(k + 1) + "x1 -> " +
+               (out / expected[k]).string() + "\n";
+      pxhost::RgbImage image;
+      EXPECT_EQ(pxhost::ReadImage((out / expected[k]).string(), &image), "") << expected[k];
+      EXPECT_EQ(image.width, k + 1) << expected[k];
+    }
+    EXPECT_EQ(r.out, lines) << jobs;
+    EXPECT_EQ(std::distance(fs::directory_iterator(out), fs::directory_iterator()), 5);
+  }
+}
+
+}  // namespace

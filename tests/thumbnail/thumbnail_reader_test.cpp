@@ -223,15 +223,27 @@ TEST(ThumbnailClassifier, DocumentKindFromTheHeadAndTheXmp) {
   for (const Case& c : cases) EXPECT_EQ(Classify(c.file), c.kind) << c.file.substr(0, 40);
 }
 
-TEST(ThumbnailClassifier, AssignColorWritesAnEntryOrTheIndex) {
-  const char table[] = {0, 0, 0, 1, 2, 3, 4, 5, 6};
-  char out[5] = {};
-  int32_t pos = 0;
-  QLThumbnail::AssignColor(1, table, out, 2, &pos);
-  EXPECT_EQ(std::tuple(pos, out[0], out[2]), std::tuple(3, 4, 6));
-  QLThumbnail::AssignColor(1, nullptr, out, 9, &pos);  // no table: the index itself
-  QLThumbnail::AssignColor(0, table, out, 7, &pos);
-  EXPECT_EQ(std::tuple(pos, out[3], out[4]), std::tuple(5, 9, 7));
+}  // namespace
+
+namespace {
+
+// Where a file's last filling ends decides whether a keyword near the end is
+// seen: a filling that ends on the file's last byte is whole, one a byte
+// short of it is not. In the first search block and in a later one, where
+// the block no longer starts at the file's start.
+TEST(ThumbnailSearch, AFillingEndingOnTheLastByteIsWhole) {
+  const std::string keyword = "%QL7_Thumbnail: 3 2 8\n";
+  for (size_t at : {size_t(200), size_t(156), size_t(600000 + 37), size_t(3 * 156 * 1024 + 155)}) {
+    size_t fillingEnd = at / 156 * 156 + 256;
+    std::string file(at, '.');
+    file += keyword;
+    file.resize(fillingEnd, '.');
+    Decoded whole = Decode(file, false);
+    EXPECT_EQ(std::tuple(whole.ok, whole.width, whole.height), std::tuple(1, 3, 2))
+        << "keyword at " << at;
+    file.pop_back();
+    EXPECT_EQ(Decode(file, false).ok, 0) << "keyword at " << at << ", one byte short";
+  }
 }
 
 }  // namespace
