@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -138,6 +139,30 @@ TEST(ThumbnailChoice, PagesAreRenderedAtMostAtTheirOwnSize) {
   EXPECT_EQ(Size(Make("page.ps", page)), std::tuple(120, 60));
   EXPECT_EQ(Size(Make("page.ps", page, "-s 120")), std::tuple(120, 60));
   EXPECT_EQ(Size(Make("page.ps", page, "-s 40")), std::tuple(40, 20));
+  // A square page fills the largest answer the renderer may give.
+  std::string square =
+      "%!PS-Adobe-3.0\n%%BoundingBox: 0 0 100 100\n%%Pages: 1\n%%EndComments\n%%Page: 1 1\n"
+      "0 0 1 setrgbcolor 0 0 100 100 rectfill\nshowpage\n%%EOF\n" +
+      std::string(600, '%') + "\n";
+  for (const char* size : {"-s 16", "-s 64", "-s 100", ""}) {
+    Result run = Make("square.ps", square, size);
+    EXPECT_EQ(run.outcome.status, 0) << size << ": " << run.outcome.out;
+    int side = *size ? std::stoi(size + 3) : 100;
+    EXPECT_EQ(Size(run), std::tuple(side, side)) << size;
+  }
+}
+
+// The shortest name that ends in .sxf still goes the swatch book's way.
+TEST(ThumbnailChoice, ShortSwatchBookNames) {
+  qltest::DiskFile anchor("anchor", "");
+  fs::path dir = fs::path(anchor.path()).parent_path();
+  for (const char* name : {"a.sxf", "b.SXF"}) {
+    std::ofstream(dir / name) << EmbeddedPs(Grey(6, 3));  // not a book inside
+    Outcome r = qltest::Shell("cd " + dir.string() + " && " + QL_PXHOST + " thumbnail " + name +
+                              " out.png");
+    EXPECT_EQ(r.status, 1) << name;
+    EXPECT_EQ(r.out, std::string("pxhost: ") + name + ": not a swatch exchange file\n");
+  }
 }
 
 }  // namespace

@@ -247,3 +247,22 @@ TEST(ThumbnailSearch, AFillingEndingOnTheLastByteIsWhole) {
 }
 
 }  // namespace
+
+namespace {
+
+// "RLE" as the first six digits is the run-length marker wherever the file
+// ends: with nothing after it there is no pixel, and the same digits are
+// never taken for a pixel's bytes.
+TEST(ThumbnailData, TheRunLengthMarkerAtTheFilesEnd) {
+  const std::string head = "%!PS-Adobe-3.0\n%QL7_Thumbnail: 1 1 24\n%%BeginData: 6 Hex Bytes\n" +
+                           std::string(250, '%') + "\n";
+  EXPECT_EQ(Decode(head + "524C45").ok, 0);
+  Decoded d = Decode(head + "524C45AABBCC");
+  ASSERT_EQ(d.ok, 1);
+  EXPECT_EQ(d.pixels, (std::vector<uint8_t>{0xAA, 0xBB, 0xCC}));
+  d = Decode(head + "524C46");
+  ASSERT_EQ(d.ok, 1);
+  EXPECT_EQ(d.pixels, (std::vector<uint8_t>{0x52, 0x4C, 0x46}));
+}
+
+}  // namespace
