@@ -11,7 +11,7 @@
 #include <memory>
 
 #include "desktop/fit.h"
-#include "thumbnail/ql_thumbnail.h"
+#include "thumbnail/document_kind.h"
 
 namespace pxhost {
 namespace {

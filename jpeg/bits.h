@@ -1,12 +1,16 @@
-// The bit gatherer of the entropy coder, shared by the plain and the vector
-// block coders. Its functions are always inlined, so each coder's copy is
-// compiled for that coder's instruction set.
+// The bit gatherer of the entropy coder and the walk from a block to its
+// symbols, shared by the plain and the vector block coders. Its functions are
+// always inlined, so each coder's copy is compiled for that coder's
+// instruction set.
 #ifndef QL_JPEG_BITS_H
 #define QL_JPEG_BITS_H
 
 #include <bit>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+
+#include "jpeg/huffman.h"
 
 namespace ZJPEG {
 
@@ -62,6 +66,36 @@ QL_JPEG_ALWAYS_INLINE bool WalkACRuns(uint64_t nonzero, ZeroRun16 zeroRun16,
   return (nonzero >> 63) == 0;
 }
 
+// The symbols of one zigzag block, in order: symbols.Dc(size, value bits),
+// then symbols.Ac(symbol, size, value bits) for each AC symbol, ZRL and EOB
+// with no value bits. `nonzero` is the block's nonzero mask (as for
+// WalkACRuns); acBits(k, size) answers the value bits of nonzero AC
+// coefficient k and sets `size` to its size category. Each coder brings its
+// own nonzero mask and value bits, so both coders emit the same symbols by
+// construction.
+template <class AcBits, class Symbols>
+QL_JPEG_ALWAYS_INLINE void WalkBlockSymbols(const int16_t* block, int16_t& predictor,
+                                            uint64_t nonzero, AcBits acBits, Symbols& symbols) {
+  constexpr uint32_t kZRL = 0xF0, kEOB = 0x00;
+  const int32_t diff = block[0] - predictor;
+  predictor = block[0];
+  const uint32_t dcSize =
+      static_cast<uint32_t>(std::bit_width(static_cast<uint32_t>(std::abs(diff))));
+  // Negative values are coded as v − 1, of which the low `size` bits are kept.
+  symbols.Dc(dcSize, static_cast<uint32_t>(diff + (diff >> 31)) & ((uint32_t{1} << dcSize) - 1));
+
+  // Only the nonzero coefficients are visited: on flat areas most of a block
+  // is zero.
+  const bool endOfBlock = WalkACRuns(
+      nonzero, [&]() __attribute__((always_inline)) { symbols.Ac(kZRL, 0, 0); },
+      [&](uint32_t run, uint32_t k) __attribute__((always_inline)) {
+        uint32_t size = 0;
+        const uint32_t value = acBits(k, size);
+        symbols.Ac(((run << 4) | size) & 0xFF, size, value);
+      });
+  if (endOfBlock) symbols.Ac(kEOB, 0, 0);
+}
+
 // Bits gathered in a 64-bit word over a byte pointer with room for all
 // that is put.
 struct BitState {
@@ -83,6 +117,32 @@ struct BitState {
     free += 64;
     acc = code;
   }
+};
+
+// Symbols coded with a block's tables into the gathered bits.
+struct SymbolCoder {
+  BitState& bits;
+  const FrameHuffman& dc;
+  const FrameHuffman& ac;
+
+  // Code (up to 16 bits) and value bits as one field.
+  QL_JPEG_ALWAYS_INLINE void Dc(uint32_t size, uint32_t value) {
+    bits.Put((uint32_t{dc.codeBySymbol[size]} << size) | value,
+             dc.lengthBySymbol[size] + static_cast<int>(size));
+  }
+  QL_JPEG_ALWAYS_INLINE void Ac(uint32_t symbol, uint32_t size, uint32_t value) {
+    bits.Put((uint32_t{ac.codeBySymbol[symbol]} << size) | value,
+             ac.lengthBySymbol[symbol] + static_cast<int>(size));
+  }
+};
+
+// Symbols counted in a block's tables.
+struct SymbolCounter {
+  FrameHuffman& dc;
+  FrameHuffman& ac;
+
+  QL_JPEG_ALWAYS_INLINE void Dc(uint32_t size, uint32_t) { ++dc.frequency[size]; }
+  QL_JPEG_ALWAYS_INLINE void Ac(uint32_t symbol, uint32_t, uint32_t) { ++ac.frequency[symbol]; }
 };
 
 }  // namespace ZJPEG

@@ -67,39 +67,53 @@ void ColorConverter::SetLayout(int channels, bool planar, unsigned pixelBytes,
 
 // The plain converter leaves the buffers as they are; the encoder refuses
 // descriptions that would reach it.
-void ColorConverter::ColorCovert(const RowMemoryRequester&, unsigned, unsigned, unsigned,
-                                 int16_t**) {}
+void ColorConverter::ColorConvert(const RowMemoryRequester&, unsigned, unsigned, unsigned,
+                                  int16_t**) {}
 
-void ColorConverterCopy::ColorCovert(const RowMemoryRequester& rows, unsigned firstRow,
-                                     unsigned firstMcu, unsigned mcuStride, int16_t** buffers) {
-  for (int c = 0; c < std::min(channels_, components_); ++c) {
-    const unsigned h = h_[c], v = v_[c], rh = hRatio_[c], rv = vRatio_[c];
-    const uint32_t blocksAcross = mcusAcross_ * h;
-    const unsigned group = rh * rv;
-    for (unsigned mcu = firstMcu; mcu < mcusAcross_; mcu += mcuStride) {
-      for (unsigned by = 0; by < v; ++by) {
-        for (unsigned bx = 0; bx < h; ++bx) {
-          const unsigned blockColumn = mcu * h + bx;
-          int16_t* out = BlockAt(buffers[c], blocksAcross, by, blockColumn);
-          for (unsigned i = 0; i < 8; ++i) {
-            const unsigned sampleRow = by * 8 + i;
-            for (unsigned j = 0; j < 8; ++j) {
-              const unsigned sampleColumn = blockColumn * 8 + j;
-              unsigned sum = 0;
+template <class Sample>
+void ColorConverter::FillGroupSamples(const RowMemoryRequester& rows, unsigned firstRow,
+                                      unsigned firstMcu, unsigned mcuStride, int c, int16_t* buffer,
+                                      Sample sample) const {
+  const unsigned h = h_[c], v = v_[c], rh = hRatio_[c], rv = vRatio_[c];
+  const uint32_t blocksAcross = mcusAcross_ * h;
+  const unsigned group = rh * rv;
+  for (unsigned mcu = firstMcu; mcu < mcusAcross_; mcu += mcuStride) {
+    for (unsigned by = 0; by < v; ++by) {
+      for (unsigned bx = 0; bx < h; ++bx) {
+        const unsigned blockColumn = mcu * h + bx;
+        int16_t* out = BlockAt(buffer, blocksAcross, by, blockColumn);
+        for (unsigned i = 0; i < 8; ++i) {
+          const unsigned sampleRow = by * 8 + i;
+          for (unsigned j = 0; j < 8; ++j) {
+            const unsigned sampleColumn = blockColumn * 8 + j;
+            auto forEachPixel = [&](auto add) {
               for (unsigned gy = 0; gy < rv; ++gy) {
-                const uint8_t* p =
-                    RowPointer(rows, firstRow, firstRow + sampleRow * rv + gy, height_) +
-                    offset_[c];
+                const uint8_t* row =
+                    RowPointer(rows, firstRow, firstRow + sampleRow * rv + gy, height_);
                 for (unsigned gx = 0; gx < rh; ++gx)
-                  sum += p[size_t{std::min<unsigned>(sampleColumn * rh + gx, width_ - 1u)} * step_];
+                  add(row +
+                      size_t{std::min<unsigned>(sampleColumn * rh + gx, width_ - 1u)} * step_);
               }
-              out[i * 8 + j] =
-                  static_cast<int16_t>(static_cast<int32_t>(sum / group) * 256 - kLevelShift);
-            }
+            };
+            out[i * 8 + j] = sample(forEachPixel, group);
           }
         }
       }
     }
+  }
+}
+
+void ColorConverterCopy::ColorConvert(const RowMemoryRequester& rows, unsigned firstRow,
+                                      unsigned firstMcu, unsigned mcuStride, int16_t** buffers) {
+  for (int c = 0; c < std::min(channels_, components_); ++c) {
+    const size_t offset = offset_[c];
+    FillGroupSamples(
+        rows, firstRow, firstMcu, mcuStride, c, buffers[c],
+        [offset](auto forEachPixel, unsigned group) {
+          unsigned sum = 0;
+          forEachPixel([&](const uint8_t* p) { sum += p[offset]; });
+          return static_cast<int16_t>(static_cast<int32_t>(sum / group) * 256 - kLevelShift);
+        });
   }
 }
 
@@ -130,20 +144,20 @@ ColorConverterRGB::ColorConverterRGB(bool extraByte) {
   SetLayout(3, true, 1, planes);
 }
 
-void ColorConverterYCbCr::ColorCovert(const RowMemoryRequester& rows, unsigned firstRow,
-                                      unsigned firstMcu, unsigned mcuStride, int16_t** buffers) {
+void ColorConverterYCbCr::ColorConvert(const RowMemoryRequester& rows, unsigned firstRow,
+                                       unsigned firstMcu, unsigned mcuStride, int16_t** buffers) {
   bool full = components_ == 3;
   for (int c = 0; c < components_; ++c) full = full && h_[c] == 1 && v_[c] == 1;
   if (full) {
-    ColorCovert1_1_1(rows, firstRow, firstMcu, mcuStride, buffers);
+    ColorConvert1_1_1(rows, firstRow, firstMcu, mcuStride, buffers);
   } else if (components_ == 3) {
-    ColorCovertFloat(rows, firstRow, firstMcu, mcuStride, buffers);
+    ColorConvertFloat(rows, firstRow, firstMcu, mcuStride, buffers);
   }
 }
 
-void ColorConverterYCbCr::ColorCovert1_1_1(const RowMemoryRequester& rows, unsigned firstRow,
-                                           unsigned firstMcu, unsigned mcuStride,
-                                           int16_t** buffers) const {
+void ColorConverterYCbCr::ColorConvert1_1_1(const RowMemoryRequester& rows, unsigned firstRow,
+                                            unsigned firstMcu, unsigned mcuStride,
+                                            int16_t** buffers) const {
   const ColorTables& t = gColorTables;
   // MCUs wholly inside the image, from the first on the stride, go to the
   // vector kernel; the scalar loop takes the rest, edge included.
@@ -183,51 +197,32 @@ void ColorConverterYCbCr::ColorCovert1_1_1(const RowMemoryRequester& rows, unsig
   }
 }
 
-void ColorConverterYCbCr::ColorCovertFloat(const RowMemoryRequester& rows, unsigned firstRow,
-                                           unsigned firstMcu, unsigned mcuStride,
-                                           int16_t** buffers) const {
+void ColorConverterYCbCr::ColorConvertFloat(const RowMemoryRequester& rows, unsigned firstRow,
+                                            unsigned firstMcu, unsigned mcuStride,
+                                            int16_t** buffers) const {
   for (int c = 0; c < 3; ++c) {
-    const unsigned h = h_[c], v = v_[c], rh = hRatio_[c], rv = vRatio_[c];
-    const uint32_t blocksAcross = mcusAcross_ * h;
-    const unsigned group = rh * rv;
-    for (unsigned mcu = firstMcu; mcu < mcusAcross_; mcu += mcuStride) {
-      for (unsigned by = 0; by < v; ++by) {
-        for (unsigned bx = 0; bx < h; ++bx) {
-          const unsigned blockColumn = mcu * h + bx;
-          int16_t* out = BlockAt(buffers[c], blocksAcross, by, blockColumn);
-          for (unsigned i = 0; i < 8; ++i) {
-            const unsigned sampleRow = by * 8 + i;
-            for (unsigned j = 0; j < 8; ++j) {
-              const unsigned sampleColumn = blockColumn * 8 + j;
-              unsigned sr = 0, sg = 0, sb = 0;
-              for (unsigned gy = 0; gy < rv; ++gy) {
-                const uint8_t* row =
-                    RowPointer(rows, firstRow, firstRow + sampleRow * rv + gy, height_);
-                for (unsigned gx = 0; gx < rh; ++gx) {
-                  const uint8_t* p =
-                      row + size_t{std::min<unsigned>(sampleColumn * rh + gx, width_ - 1u)} * step_;
-                  sr += p[offset_[0]];
-                  sg += p[offset_[1]];
-                  sb += p[offset_[2]];
-                }
-              }
-              const float r = static_cast<float>(sr / group), g = static_cast<float>(sg / group),
-                          b = static_cast<float>(sb / group);
-              const float l = 0.299f * r + 0.587f * g + 0.114f * b + 0.5f;
-              int32_t sample;
-              if (c == 0) {
-                sample = static_cast<int32_t>(l * 256.0f) - kLevelShift;
-              } else if (c == 1) {
-                sample = static_cast<int32_t>(std::lround((b - l) / 1.772f)) * 256;
-              } else {
-                sample = static_cast<int32_t>(std::lround((r - l) / 1.402f)) * 256;
-              }
-              out[i * 8 + j] = static_cast<int16_t>(sample);
-            }
-          }
-        }
-      }
-    }
+    FillGroupSamples(rows, firstRow, firstMcu, mcuStride, c, buffers[c],
+                     [this, c](auto forEachPixel, unsigned group) {
+                       unsigned sr = 0, sg = 0, sb = 0;
+                       forEachPixel([&](const uint8_t* p) {
+                         sr += p[offset_[0]];
+                         sg += p[offset_[1]];
+                         sb += p[offset_[2]];
+                       });
+                       const float r = static_cast<float>(sr / group),
+                                   g = static_cast<float>(sg / group),
+                                   b = static_cast<float>(sb / group);
+                       const float l = 0.299f * r + 0.587f * g + 0.114f * b + 0.5f;
+                       int32_t sample;
+                       if (c == 0) {
+                         sample = static_cast<int32_t>(l * 256.0f) - kLevelShift;
+                       } else if (c == 1) {
+                         sample = static_cast<int32_t>(std::lround((b - l) / 1.772f)) * 256;
+                       } else {
+                         sample = static_cast<int32_t>(std::lround((r - l) / 1.402f)) * 256;
+                       }
+                       return static_cast<int16_t>(sample);
+                     });
   }
 }
 

@@ -22,8 +22,8 @@ class ColorConverter {
   virtual ~ColorConverter() = default;
   // Converts the MCU row starting at image row `firstRow` (the rows the
   // requester was just asked for), MCU columns firstMcu, firstMcu + mcuStride…
-  virtual void ColorCovert(const RowMemoryRequester& rows, unsigned firstRow, unsigned firstMcu,
-                           unsigned mcuStride, int16_t** buffers);
+  virtual void ColorConvert(const RowMemoryRequester& rows, unsigned firstRow, unsigned firstMcu,
+                            unsigned mcuStride, int16_t** buffers);
 
   void SetGeometry(uint16_t width, uint16_t height, uint32_t mcusAcross, int components,
                    const uint8_t* h, const uint8_t* v);
@@ -39,6 +39,15 @@ class ColorConverter {
  protected:
   // `slots`: each channel's byte inside a pixel (interleaved) or its plane.
   void SetLayout(int channels, bool planar, unsigned pixelBytes, const unsigned* slots);
+
+  // Fills component c's blocks of the MCU columns firstMcu, firstMcu +
+  // mcuStride, … sample by sample. Each sample stands for a group of
+  // Hmax/H × Vmax/V pixels (edge pixels repeated past the image):
+  // out = sample(forEachPixel, groupSize), where forEachPixel(add) calls
+  // add(pixel) with the first byte of every pixel of the group.
+  template <class Sample>
+  void FillGroupSamples(const RowMemoryRequester& rows, unsigned firstRow, unsigned firstMcu,
+                        unsigned mcuStride, int c, int16_t* buffer, Sample sample) const;
 
   uint16_t height_ = 0, width_ = 0;
   uint32_t mcusAcross_ = 0;
@@ -59,8 +68,8 @@ class ColorConverter {
 // (integer division).
 class ColorConverterCopy : public ColorConverter {
  public:
-  void ColorCovert(const RowMemoryRequester& rows, unsigned firstRow, unsigned firstMcu,
-                   unsigned mcuStride, int16_t** buffers) override;
+  void ColorConvert(const RowMemoryRequester& rows, unsigned firstRow, unsigned firstMcu,
+                    unsigned mcuStride, int16_t** buffers) override;
 };
 
 class ColorConverterGrey : public ColorConverterCopy {
@@ -82,18 +91,18 @@ class ColorConverterCMYKInterleave : public ColorConverterCopy {
 };
 
 // RGB to YCbCr: integer tables when every component is 1×1
-// (ColorCovert1_1_1), floating point over averaged groups otherwise
-// (ColorCovertFloat).
+// (ColorConvert1_1_1), floating point over averaged groups otherwise
+// (ColorConvertFloat).
 class ColorConverterYCbCr : public ColorConverter {
  public:
-  void ColorCovert(const RowMemoryRequester& rows, unsigned firstRow, unsigned firstMcu,
-                   unsigned mcuStride, int16_t** buffers) override;
+  void ColorConvert(const RowMemoryRequester& rows, unsigned firstRow, unsigned firstMcu,
+                    unsigned mcuStride, int16_t** buffers) override;
 
  private:
-  void ColorCovert1_1_1(const RowMemoryRequester& rows, unsigned firstRow, unsigned firstMcu,
-                        unsigned mcuStride, int16_t** buffers) const;
-  void ColorCovertFloat(const RowMemoryRequester& rows, unsigned firstRow, unsigned firstMcu,
-                        unsigned mcuStride, int16_t** buffers) const;
+  void ColorConvert1_1_1(const RowMemoryRequester& rows, unsigned firstRow, unsigned firstMcu,
+                         unsigned mcuStride, int16_t** buffers) const;
+  void ColorConvertFloat(const RowMemoryRequester& rows, unsigned firstRow, unsigned firstMcu,
+                         unsigned mcuStride, int16_t** buffers) const;
 };
 
 // Interleaved RGB: R, G, B order when `rgbOrder`, else B, G, R; with

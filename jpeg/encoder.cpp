@@ -64,7 +64,7 @@ class Engine {
         vector_(vector) {}
 
   uint32_t Setup(const Desc& desc);  // kEncodeDone or why not
-  void Encode(int dctMethod);
+  void Encode(int tableMethod);
 
  private:
   void DumpAppData();
@@ -216,12 +216,12 @@ uint32_t Engine::Setup(const Desc& desc) {
   return JPEGEncoder::kEncodeDone;
 }
 
-void Engine::Encode(int dctMethod) {
+void Engine::Encode(int tableMethod) {
   out_->PutToken(kSOI);
   DumpAppData();
   // Four components are stored as given, not inverted, without transform.
   DumpAPPE(components_ == 4 ? kTransformNone : kTransformYCbCr);
-  DumpDQT(dctMethod == 0 || dctMethod == 1 ? 1 : 0);
+  DumpDQT(tableMethod == 0 || tableMethod == 1 ? 1 : 0);  // 1: 16-bit entries
   // Restart interval 0, written inline: the frame has no restart markers.
   out_->PutToken(kDRI);
   out_->Put2Bytes(4);
@@ -295,7 +295,7 @@ bool Engine::Pass(bool statistics, unsigned mcuStride, bool convert) {
     rows_->firstRowWanted = static_cast<uint16_t>(y);
     rows_->rowsWanted = static_cast<uint16_t>(rowsPerMcu);
     if (!rows_->Request() || rows_->red == nullptr) return false;
-    if (convert) converter_->ColorCovert(*rows_, y, 0, mcuStride, bufferPtrs_);
+    if (convert) converter_->ColorConvert(*rows_, y, 0, mcuStride, bufferPtrs_);
     // A whole MCU row is transformed in one vector call, then coded.
     const bool wholeRow = vector_ && mcuStride == 1;
     if (wholeRow) {
@@ -337,7 +337,7 @@ void Engine::EncodeProgressive() {
     rows_->firstRowWanted = static_cast<uint16_t>(y);
     rows_->rowsWanted = static_cast<uint16_t>(rowsPerMcu);
     if (!rows_->Request() || rows_->red == nullptr) break;
-    converter_->ColorCovert(*rows_, y, 0, 1, bufferPtrs_);
+    converter_->ColorConvert(*rows_, y, 0, 1, bufferPtrs_);
     for (int c = 0; c < components_; ++c) {
       const size_t blocks = size_t{mcusAcross_} * h_[c] * v_[c];  // one MCU row
       int16_t* store = coefficients_[c].get() + size_t{my} * blocks * 64;
@@ -452,7 +452,7 @@ JPEGEncoder::JPEGEncoder(RowMemoryRequester* rows, uint16_t width, uint16_t heig
     : rows_(rows), width_(width), height_(height), vector_(VectorPathByDefault()) {}
 
 uint32_t JPEGEncoder::EncodeImage(JPEGOutputStream* out, const EncoderDescription& desc,
-                                  AppDataCallback* appData, int /*colorMethod*/, int dctMethod) {
+                                  AppDataCallback* appData, int /*colorMethod*/, int tableMethod) {
   if (out == nullptr || rows_ == nullptr) return kEncodeRefused;
   if (out->failed) return kEncodeWriteFailed;
   if (out->buffer == nullptr || out->capacity == 0) return kEncodeNoMemory;
@@ -460,7 +460,7 @@ uint32_t JPEGEncoder::EncodeImage(JPEGOutputStream* out, const EncoderDescriptio
                                      Engine(rows_, width_, height_, out, appData, vector_));
   if (!engine) return kEncodeNoMemory;
   if (const uint32_t refused = engine->Setup(desc); refused != kEncodeDone) return refused;
-  engine->Encode(dctMethod);
+  engine->Encode(tableMethod);
   if (!out->failed) return kEncodeDone;
   out->count = 0;  // nothing held after a failure reaches the sink either
   return kEncodeWriteFailed;

@@ -25,8 +25,6 @@ namespace ZJPEG {
 
 namespace {
 
-constexpr uint8_t kZRL = 0xF0;
-constexpr uint8_t kEOB = 0x00;
 // Low `size` bits of a coefficient as JPEG codes it: negative values as v − 1.
 inline uint32_t ValueBits(int32_t v, uint32_t size) {
   const uint32_t bits = static_cast<uint32_t>(v + (v >> 31));  // v − 1 when negative
@@ -201,52 +199,31 @@ void FrameHuffman::Generate() {
 
 namespace {
 
-// The symbols of one zigzag block, straight from the coefficients, in
-// order: dcSymbol(size, value bits), then acSymbol(symbol, size, value
-// bits) for each AC symbol, ZRL and EOB with no value bits.
-template <class DcSymbol, class AcSymbol>
-inline void WalkBlock(const int16_t* block, int16_t& predictor, DcSymbol dcSymbol,
-                      AcSymbol acSymbol) {
-  const int32_t diff = block[0] - predictor;
-  predictor = block[0];
-  const uint32_t dcSize = Size(static_cast<uint32_t>(std::abs(diff)));
-  dcSymbol(dcSize, ValueBits(diff, dcSize));
-
-  // Walk the nonzero coefficients only: on flat areas most of a block is
-  // zero.
-  const bool endOfBlock = WalkACRuns(
-      NonzeroMask(block), [&] { acSymbol(kZRL, 0, 0); },
-      [&](uint32_t run, uint32_t k) {
+// The symbols of one zigzag block (see WalkBlockSymbols), straight from the
+// coefficients.
+template <class Symbols>
+inline void WalkBlock(const int16_t* block, int16_t& predictor, Symbols& symbols) {
+  WalkBlockSymbols(
+      block, predictor, NonzeroMask(block),
+      [block](uint32_t k, uint32_t& size) {
         const int32_t v = block[k];
-        const uint32_t size = Size(static_cast<uint32_t>(std::abs(v)));
-        acSymbol(((run << 4) | size) & 0xFF, size, ValueBits(v, size));
-      });
-  if (endOfBlock) acSymbol(kEOB, 0, 0);
+        size = Size(static_cast<uint32_t>(std::abs(v)));
+        return ValueBits(v, size);
+      },
+      symbols);
 }
 
 void CodeBlock(BitState& bits, const CodedBlock& b) {
-  const FrameHuffman& dc = *b.dc;
-  const FrameHuffman& ac = *b.ac;
-  WalkBlock(
-      b.coefficients, *b.predictor,
-      [&](uint32_t size, uint32_t value) {
-        // Code (up to 16 bits) and value bits as one field.
-        bits.Put((uint32_t{dc.codeBySymbol[size]} << size) | value,
-                 dc.lengthBySymbol[size] + static_cast<int>(size));
-      },
-      [&](uint32_t symbol, uint32_t size, uint32_t value) {
-        bits.Put((uint32_t{ac.codeBySymbol[symbol]} << size) | value,
-                 ac.lengthBySymbol[symbol] + static_cast<int>(size));
-      });
+  SymbolCoder coder{bits, *b.dc, *b.ac};
+  WalkBlock(b.coefficients, *b.predictor, coder);
 }
 
 }  // namespace
 
 void AddBlockToHuffman(const int16_t* block, int16_t& predictor, FrameHuffman& dc,
                        FrameHuffman& ac) {
-  WalkBlock(
-      block, predictor, [&](uint32_t size, uint32_t) { ++dc.frequency[size]; },
-      [&](uint32_t symbol, uint32_t, uint32_t) { ++ac.frequency[symbol]; });
+  SymbolCounter counter{dc, ac};
+  WalkBlock(block, predictor, counter);
 }
 
 void CountBlocks(const CodedBlock* blocks, size_t count, bool vector) {

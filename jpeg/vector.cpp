@@ -355,14 +355,10 @@ void ConvertRow(const uint8_t* row, const size_t offsets[3], unsigned step, unsi
 }
 #endif  // HWY_TARGET == HWY_SCALAR
 
-// The symbols of one zigzag block, in order: dcSymbol(size, value bits),
-// then acSymbol(symbol, size, value bits) for each AC symbol, ZRL and EOB
-// with no value bits. Magnitudes, value bits and the nonzero mask come
-// from lanes.
-template <class DcSymbol, class AcSymbol>
-HWY_INLINE void WalkBlock(const int16_t* block, int16_t& predictor, DcSymbol dcSymbol,
-                          AcSymbol acSymbol) {
-  constexpr uint32_t kZRL = 0xF0, kEOB = 0x00;
+// The symbols of one zigzag block (see WalkBlockSymbols), with magnitudes,
+// value bits and the nonzero mask computed in lanes.
+template <class Symbols>
+HWY_INLINE void WalkBlock(const int16_t* block, int16_t& predictor, Symbols& symbols) {
   const hn::ScalableTag<int16_t> d;
   const hn::RebindToUnsigned<decltype(d)> du;
   const size_t lanes = hn::Lanes(d);
@@ -385,20 +381,14 @@ HWY_INLINE void WalkBlock(const int16_t* block, int16_t& predictor, DcSymbol dcS
   }
   const uint64_t nonzero = ~zero & ~uint64_t{1};  // the DC term is coded apart
 
-  const int32_t diff = block[0] - predictor;
-  predictor = block[0];
-  const uint32_t dcSize =
-      static_cast<uint32_t>(std::bit_width(static_cast<uint32_t>(std::abs(diff))));
-  dcSymbol(dcSize, static_cast<uint32_t>(diff + (diff >> 31)) & ((uint32_t{1} << dcSize) - 1));
-
-  const bool endOfBlock = WalkACRuns(
-      nonzero, [&] { acSymbol(kZRL, 0, 0); },
-      [&](uint32_t run, uint32_t k) {
+  WalkBlockSymbols(
+      block, predictor, nonzero,
+      [&](uint32_t k, uint32_t& size) {
         // Nonzero, so the bit count is one more than the top bit's index.
-        const uint32_t size = static_cast<uint32_t>(31 ^ __builtin_clz(magnitude[k])) + 1;
-        acSymbol(((run << 4) | size) & 0xFF, size, valueBits[k] & ((uint32_t{1} << size) - 1));
-      });
-  if (endOfBlock) acSymbol(kEOB, 0, 0);
+        size = static_cast<uint32_t>(31 ^ __builtin_clz(magnitude[k])) + 1;
+        return valueBits[k] & ((uint32_t{1} << size) - 1);
+      },
+      symbols);
 }
 
 void CodeBlocks(BitState& state, const CodedBlock* blocks, size_t count) {
@@ -406,31 +396,16 @@ void CodeBlocks(BitState& state, const CodedBlock* blocks, size_t count) {
   // the caller's state.
   BitState bits = state;
   for (size_t i = 0; i < count; ++i) {
-    const FrameHuffman& dc = *blocks[i].dc;
-    const FrameHuffman& ac = *blocks[i].ac;
-    WalkBlock(
-        blocks[i].coefficients, *blocks[i].predictor,
-        [&](uint32_t size, uint32_t value) {
-          // Code (up to 16 bits) and value bits as one field.
-          bits.Put((uint32_t{dc.codeBySymbol[size]} << size) | value,
-                   dc.lengthBySymbol[size] + static_cast<int>(size));
-        },
-        [&](uint32_t symbol, uint32_t size, uint32_t value) {
-          bits.Put((uint32_t{ac.codeBySymbol[symbol]} << size) | value,
-                   ac.lengthBySymbol[symbol] + static_cast<int>(size));
-        });
+    SymbolCoder coder{bits, *blocks[i].dc, *blocks[i].ac};
+    WalkBlock(blocks[i].coefficients, *blocks[i].predictor, coder);
   }
   state = bits;
 }
 
 void CountBlocks(const CodedBlock* blocks, size_t count) {
   for (size_t i = 0; i < count; ++i) {
-    FrameHuffman& dc = *blocks[i].dc;
-    FrameHuffman& ac = *blocks[i].ac;
-    WalkBlock(
-        blocks[i].coefficients, *blocks[i].predictor,
-        [&](uint32_t size, uint32_t) { ++dc.frequency[size]; },
-        [&](uint32_t symbol, uint32_t, uint32_t) { ++ac.frequency[symbol]; });
+    SymbolCounter counter{*blocks[i].dc, *blocks[i].ac};
+    WalkBlock(blocks[i].coefficients, *blocks[i].predictor, counter);
   }
 }
 

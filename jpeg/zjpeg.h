@@ -129,9 +129,16 @@ class JPEGEncoder {
   static constexpr uint32_t kEncodeNoMemory = 2;
   static constexpr uint32_t kEncodeWriteFailed = 3;  // the stream's `failed` was set
 
+  // EncodeImage()'s `tableMethod` picks how the quantisation tables are
+  // written: methods 0 and 1 with 16-bit entries, every other method with
+  // 8-bit ones (the plug-in's pages use kTables8Bit). The transform and the
+  // quantisation are the same either way; only the DQT segment differs.
+  static constexpr int kTables16Bit = 0;
+  static constexpr int kTables8Bit = 4;
+
   JPEGEncoder(RowMemoryRequester* rows, uint16_t width, uint16_t height);
   uint32_t EncodeImage(JPEGOutputStream* out, const EncoderDescription& desc,
-                       AppDataCallback* appData, int colorMethod, int dctMethod);
+                       AppDataCallback* appData, int colorMethod, int tableMethod);
 
   // Colour conversion, transform and quantisation on the processor's widest
   // vector unit, or in plain scalar code; the bytes are the same. The vector

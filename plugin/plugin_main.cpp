@@ -54,11 +54,11 @@ void Dispatch(int16_t selector, bool swatchFile) {
     case kSelectorXMP:
       if (swatchFile) DoXMPRequest();  // the suites stay
       return;
-    case 0:
-    case 4:
-    case 8:
-    case 12:
-    case 16:
+    case kSelectorAbout:
+    case kSelectorReadFinish:
+    case kSelectorOptionsFinish:
+    case kSelectorEstimateFinish:
+    case kSelectorWriteFinish:
       PIUSuitesRelease();
       return;
     default:
@@ -69,12 +69,14 @@ void Dispatch(int16_t selector, bool swatchFile) {
 void Enter(int16_t selector, FormatRecord* record, intptr_t* data, int16_t* result) {
   sPKBasic = record->basicSuite;
 
-  static int32_t i = 0;
-  if (i == 0) {
+  // Once per process: the suite is published by the first call and never
+  // withdrawn.
+  static bool suitePublished = false;
+  if (!suitePublished) {
     // Publication may fail; the plug-in works without its suite.
     CQLRenderingMethodSuiteReg::PublishRenderingMethodSuite(sPKBasic);
     CQLRenderingMethodSuiteReg::InitializeRenderingMethodSuite();
-    ++i;
+    suitePublished = true;
     xmptk::Initialize();  // the file layer the suite reads through; never torn down
   }
 

@@ -1,5 +1,5 @@
-// The packet stores gray and RGB components as integers 0 to 255, CMYK in
-// percent and Lab as L 0 to 100 with integer a and b. Display colours of gray,
+// The packet's fields and the scale of each model's values are those the
+// plug-in writes them with (xmp/swatch_schema.h). Display colours of gray,
 // CMYK and Lab swatches come from the same engine call as the chips of the
 // thumbnail pages (xmppages::DisplayColour), given the values back in the
 // book's units; the tint is reported, not applied.
@@ -7,31 +7,16 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <string>
 
 #include "swatchbook/kelto_swatchbook.h"
+#include "xmp/display_colour.h"
 #include "xmp/host_binding.h"
-#include "xmp/page_internals.h"
+#include "xmp/swatch_schema.h"
 #include "xmp/toolkit.h"
 
 namespace pxhost {
 namespace {
-
-struct Model {
-  const char* name;
-  KeltoSwatchbook::ColorSpace space;
-  std::vector<const char*> fields;
-  double toBook;  // packet value x toBook = the book's value
-};
-
-const std::vector<Model>& Models() {
-  static const std::vector<Model> models{
-      {"GRAY", KeltoSwatchbook::kColorSpaceGray, {"gray"}, 1.0 / 255.0},
-      {"RGB", KeltoSwatchbook::kColorSpaceRGB, {"red", "green", "blue"}, 1.0 / 255.0},
-      {"CMYK", KeltoSwatchbook::kColorSpaceCMYK, {"cyan", "magenta", "yellow", "black"}, 0.01},
-      {"LAB", KeltoSwatchbook::kColorSpaceLAB, {"L", "A", "B"}, 1.0},
-  };
-  return models;
-}
 
 uint8_t Byte(double unit) {
   return uint8_t(std::lround(std::fmin(std::fmax(unit, 0.0), 1.0) * 255.0));
@@ -51,11 +36,13 @@ class PacketReader {
   bool Read(std::vector<DisplaySwatch>* out, std::string* error) {
     for (int32_t g = 1;; ++g) {
       std::string group;
-      xmptk::XMPUtils::ComposeArrayItemPath(tpgNS_, "SwatchGroups", g, &group);
+      xmptk::XMPUtils::ComposeArrayItemPath(tpgNS_, swatchschema::kSwatchGroups, g, &group);
       if (!meta_.GetProperty(tpgNS_, group.c_str(), nullptr, nullptr)) break;
-      std::string groupName = Field(group, "groupName");
-      if (Field(group, "groupType") == "0") groupName.clear();  // the ungrouped list
-      std::string colorants = Path(group, "Colorants");
+      std::string groupName = Field(group, swatchschema::kGroupName);
+      if (Field(group, swatchschema::kGroupType) ==
+          std::to_string(swatchschema::kGroupTypeUngrouped))
+        groupName.clear();  // the ungrouped list
+      std::string colorants = Path(group, swatchschema::kColorants);
       for (int32_t c = 1;; ++c) {
         std::string item;
         xmptk::XMPUtils::ComposeArrayItemPath(tpgNS_, colorants.c_str(), c, &item);
@@ -82,21 +69,21 @@ class PacketReader {
   }
 
   bool Colorant(const std::string& item, DisplaySwatch* s, std::string* error) {
-    s->name = Field(item, "swatchName");
-    s->model = Field(item, "mode");
-    s->type = Field(item, "type");
-    std::string tint = Field(item, "tint");
-    if (!tint.empty() && !Number(tint, &s->tint)) return Bad(*s, "tint", error);
-    const Model* model = nullptr;
-    for (const Model& m : Models())
-      if (s->model == m.name) model = &m;
-    if (model == nullptr) return true;  // no colour model: not drawable
+    s->name = Field(item, swatchschema::kSwatchName);
+    s->model = Field(item, swatchschema::kMode);
+    s->type = Field(item, swatchschema::kType);
+    std::string tint = Field(item, swatchschema::kTint);
+    if (!tint.empty() && !Number(tint, &s->tint)) return Bad(*s, swatchschema::kTint, error);
+    const swatchschema::Model* model = swatchschema::ModelNamed(s->model);
+    if (model == nullptr) return true;         // no colour model: not drawable
+    const double toBook = 1.0 / model->scale;  // packet value x toBook = the book's value
     double book[4] = {0, 0, 0, 0};
-    for (size_t k = 0; k < model->fields.size(); ++k) {
+    for (size_t k = 0; k < model->count; ++k) {
+      const char* field = model->values[k].field;
       double v = 0;
-      if (!Number(Field(item, model->fields[k]), &v)) return Bad(*s, model->fields[k], error);
+      if (!Number(Field(item, field), &v)) return Bad(*s, field, error);
       s->values.push_back(v);
-      book[k] = v * model->toBook;
+      book[k] = v * toBook;
     }
     s->drawable = true;
     if (model->space == KeltoSwatchbook::kColorSpaceRGB) {

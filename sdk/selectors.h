@@ -12,6 +12,12 @@ inline constexpr int16_t kSelectorAbout = 0;
 inline constexpr int16_t kSelectorReadStart = 2;
 inline constexpr int16_t kSelectorReadContinue = 3;
 inline constexpr int16_t kSelectorReadFinish = 4;
+// The ends of the host's options, estimate and write phases: the plug-in
+// takes part in none of them, but gives back its suites there as after about
+// and read finish.
+inline constexpr int16_t kSelectorOptionsFinish = 8;
+inline constexpr int16_t kSelectorEstimateFinish = 12;
+inline constexpr int16_t kSelectorWriteFinish = 16;
 inline constexpr int16_t kSelectorFilterFile = 17;
 inline constexpr int16_t kSelectorXMP = 21;
 

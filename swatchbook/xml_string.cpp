@@ -321,6 +321,15 @@ int32_t XMLString::GetUTF8(unsigned char* out) const {
   return ConvertOrMeasureString(kUTF8, out, 1);
 }
 
+std::string XMLString::ToUTF8() const {
+  const int32_t size = GetUTF8(nullptr);  // with the terminator
+  if (size <= 1) return {};
+  std::string text(size_t(size), '\0');
+  GetUTF8(reinterpret_cast<unsigned char*>(text.data()));
+  text.pop_back();
+  return text;
+}
+
 bool XMLString::operator==(const XMLString& other) const {
   if (format_ == other.format_)
     return length_ == other.length_ &&

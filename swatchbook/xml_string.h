@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 class XMLString {
  public:
@@ -35,7 +36,12 @@ class XMLString {
 
   int32_t ConvertOrMeasureString(Format target, void* out, uint32_t terminate) const;
   int32_t Length() const;
+  // Writes the UTF-8 form with a terminator and answers its size with the
+  // terminator; a null `out` only measures.
   int32_t GetUTF8(unsigned char* out) const;
+  // The UTF-8 form, measured then filled, without the terminator (any zero
+  // byte of the text itself kept).
+  std::string ToUTF8() const;
 
   bool operator==(const XMLString& other) const;
   XMLString operator+(const XMLString& other) const;

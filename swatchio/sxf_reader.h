@@ -9,17 +9,7 @@
 #include "swatchbook/kelto_swatchbook_heap.h"
 #include "swatchbook/xml_string.h"
 #include "swatchio/stream.h"
-
-// What Parse answers; the numbers are the reader's documented codes (2 is
-// not used).
-enum SXFParseResult : int32_t {
-  kSXFParsed = 0,
-  kSXFUnreadable = 1,
-  kSXFBadSignature = 3,
-  kSXFBadVersion = 4,
-  kSXFTruncated = 5,
-  kSXFTooManyBlocks = 6,
-};
+#include "swatchio/sxf_result.h"
 
 class SXFReader {
  public:

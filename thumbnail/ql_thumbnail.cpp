@@ -20,6 +20,8 @@
 #include <memory>
 #include <new>
 
+#include "swatchio/classic_file.h"
+
 namespace {
 
 constexpr int32_t kScanBytes = 256;
@@ -151,7 +153,7 @@ int32_t QLThumbnail::ScanForString(const char* text) {
   const size_t length = std::strlen(text);
   if (length == 0 || length > size_t(kKeywordTokenMax)) return 0;
   const size_t anchor = RarestByte(text, length);
-  stream_.Seek(1, 0);
+  stream_.Seek(classic::fsFromStart, 0);
   char* const readAt = gSearchBlock + kSearchKeepRoom;
   char* block = readAt;  // the kept bytes, then what the last read gave
   int64_t base = 0;      // file offset of block[0]
@@ -181,7 +183,8 @@ int32_t QLThumbnail::ScanForString(const char* text) {
       std::memcpy(buffer1, block + (fill - base), kScanBytes);
       bufPtr = int32_t(base + at - fill);
       bufValid = kScanBytes;
-      stream_.Seek(3, int32_t(fill + kScanBytes - (base + have)));  // back to the filling's end
+      stream_.Seek(classic::fsFromMark,
+                   int32_t(fill + kScanBytes - (base + have)));  // back to the filling's end
       return EqualString(text, buffer1 + bufPtr);  // blanks the character after the keyword
     }
     if (last >= searched) searched = last + 1;
@@ -205,9 +208,9 @@ int32_t QLThumbnail::GetValue(char* string, int32_t* number, int32_t kind, int32
   if (maxLen < 1) return 0;
   ReloadBuffer(buffer1, kScanBytes, bufPtr);  // a short read near the end is tolerated
   bufPtr = 0;
-  if (kind == 1 && string == nullptr) return 0;
-  if (kind == 2 && number == nullptr) return 0;
-  if (kind != 1 && kind != 2) return 0;
+  if (kind == kValueString && string == nullptr) return 0;
+  if (kind == kValueNumber && number == nullptr) return 0;
+  if (kind != kValueString && kind != kValueNumber) return 0;
 
   while (bufPtr < bufValid && IsSpace(buffer1[bufPtr])) ++bufPtr;
   if (bufPtr >= bufValid) return 0;
@@ -216,13 +219,13 @@ int32_t QLThumbnail::GetValue(char* string, int32_t* number, int32_t kind, int32
   if (limit > bufValid) limit = bufValid;
 
   char scratch[kNumberTokenMax + 1];
-  char* out = kind == 1 ? string : scratch;
-  int32_t outMax = kind == 1 ? maxLen : kNumberTokenMax;
+  char* out = kind == kValueString ? string : scratch;
+  int32_t outMax = kind == kValueString ? maxLen : kNumberTokenMax;
   int32_t n = 0;
   auto put = [&](char c) {
     if (n < outMax) out[n++] = c;
   };
-  if (kind == 1 && buffer1[bufPtr] == '(') {
+  if (kind == kValueString && buffer1[bufPtr] == '(') {
     ++bufPtr;
     while (bufPtr < limit && buffer1[bufPtr] != ')') put(buffer1[bufPtr++]);
     if (bufPtr < limit && buffer1[bufPtr] == ')') ++bufPtr;
@@ -231,7 +234,7 @@ int32_t QLThumbnail::GetValue(char* string, int32_t* number, int32_t kind, int32
   }
   out[n] = 0;
 
-  if (kind == 2) {
+  if (kind == kValueNumber) {
     // Digits from the last to the first, each taking one decimal place. The
     // range starts at '*' rather than '0', so "*+,-./" count as -6..-1 times
     // their place value ("-5" reads as -25), and other characters keep their
@@ -322,15 +325,15 @@ int32_t QLThumbnail::GetThumbnailInfo(int32_t* width, int32_t* height, char* buf
   if (!ScanForString("%QL7_Thumbnail:")) return 0;
 
   char token[kKeywordTokenMax + 1] = {};
-  GetValue(token, nullptr, 1, kKeywordTokenMax);
-  GetValue(nullptr, width, 2, kNumberTokenMax);
-  GetValue(nullptr, height, 2, kNumberTokenMax);
+  GetValue(token, nullptr, kValueString, kKeywordTokenMax);
+  GetValue(nullptr, width, kValueNumber, kNumberTokenMax);
+  GetValue(nullptr, height, kValueNumber, kNumberTokenMax);
   if (buffer == nullptr) return 1;
 
   int32_t bitsPerPixel = 0;
-  GetValue(nullptr, &bitsPerPixel, 2, kNumberTokenMax);
+  GetValue(nullptr, &bitsPerPixel, kValueNumber, kNumberTokenMax);
   token[0] = 0;
-  GetValue(token, nullptr, 1, kKeywordTokenMax);
+  GetValue(token, nullptr, kValueString, kKeywordTokenMax);
   // The token is the pattern, so "%%BeginData:" or any leading part of it is
   // accepted. Compared against a copy: the comparison blanks the character
   // after the match and the keyword itself must stay intact.
@@ -338,9 +341,9 @@ int32_t QLThumbnail::GetThumbnailInfo(int32_t* width, int32_t* height, char* buf
   if (!EqualString(token, beginData)) return 0;
 
   int32_t count = 0;
-  GetValue(nullptr, &count, 2, kNumberTokenMax);
-  GetValue(token, nullptr, 1, kKeywordTokenMax);
-  GetValue(token, nullptr, 1, kKeywordTokenMax);
+  GetValue(nullptr, &count, kValueNumber, kNumberTokenMax);
+  GetValue(token, nullptr, kValueString, kKeywordTokenMax);
+  GetValue(token, nullptr, kValueString, kKeywordTokenMax);
   hexExhausted_ = false;
   // The closing "%%EndData" is not checked: what it would say changes nothing.
   return ReadImageData(count, bitsPerPixel, *width, *height, bufferSize, buffer);

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "swatchio/data_filter_stream.h"
+#include "thumbnail/document_kind.h"
 
 // The largest thumbnail the host's read buffer holds: 128 x 128 RGB pixels.
 inline constexpr int32_t kThumbnailBufferBytes = 128 * 128 * 3;
@@ -25,8 +26,12 @@ class QLThumbnail {
   // 1 when text begins with pattern; the character of text that follows the
   // match is then overwritten with a blank.
   static int32_t EqualString(const char* pattern, char* text);
-  // Reads the next token as a string (kind 1) or a decimal number (kind 2);
-  // returns the number of characters taken, or 0.
+  // What GetValue reads the next token as.
+  static constexpr int32_t kValueString = 1;
+  static constexpr int32_t kValueNumber = 2;
+  // Reads the next token as a string (kValueString, into `string`) or a
+  // decimal number (kValueNumber, into `number`); returns the number of
+  // characters taken, or 0.
   int32_t GetValue(char* string, int32_t* number, int32_t kind, int32_t maxLen);
   // The next byte of hexadecimal text. Sets the end-of-data state (see
   // HexExhausted) instead of reading past the file's last byte.
@@ -36,7 +41,7 @@ class QLThumbnail {
   bool ReloadBuffer(char* buf, int32_t size, int32_t consumed);
 
   // What kind of document the file is, from its first 512 bytes and its XMP
-  // packet: one of the kQLDocument codes below, or 0 when the file is shorter
+  // packet: one of the kQLDocument codes (thumbnail/document_kind.h), or 0 when the file is shorter
   // than 512 bytes. Reads from the stream's current position.
   int32_t GetRenderingMethod();
   // Writes entry index of table (three bytes) at out[*pos] and adds 3 when
@@ -61,12 +66,6 @@ class QLThumbnail {
   DataFilterStream stream_;
   bool hexExhausted_ = false;
 };
-
-// Document kinds GetRenderingMethod tells apart.
-inline constexpr int32_t kQLDocumentPDF = 1;           // "%PDF" among the first 156 bytes
-inline constexpr int32_t kQLDocumentPostScript = 2;    // "%!PS" among the first 156 bytes
-inline constexpr int32_t kQLDocumentXapThumbnail = 3;  // an XMP packet naming "xap::Thumbnails"
-inline constexpr int32_t kQLDocumentOther = 4;
 
 // Whether a thumbnail of this size can be delivered through the host's
 // fixed read buffer.

@@ -20,9 +20,8 @@
 #include <vector>
 
 #include "common/invariant.h"
-#include "sdk/host_types.h"
 #include "swatchbook/kelto_swatchbook.h"
-#include "xmp/host_binding.h"
+#include "xmp/display_colour.h"
 #include "xmp/page_internals.h"
 #include "xmp/toolkit.h"
 
@@ -30,9 +29,10 @@ namespace {
 
 constexpr int32_t kGroupGap = 34;  // one chip plus 3 pixels
 constexpr int32_t kRowGapGrouped = 3;
-constexpr uint32_t kFlagsRGBInterleavedBaseline = 0x112;
+constexpr uint32_t kFlagsRGBInterleavedBaseline = ZJPEG::EncoderDescription::kDescBaseline |
+                                                  ZJPEG::EncoderDescription::kDescInterleaved |
+                                                  ZJPEG::EncoderDescription::kDescRGB;
 constexpr int kBestQuality = 12;
-constexpr int kDCTMethodInteger = 4;
 
 // A channel value as the page keeps it: the low 8 bits of the value
 // truncated to an integer. The truncation goes through 64 bits so that a
@@ -46,36 +46,6 @@ uint8_t ChannelByte(double v) {
 }  // namespace
 
 namespace xmppages {
-
-// The engine's float output is not clipped, so it is clamped here.
-bool DisplayColour(KeltoSwatchbook::ColorSpace space, const double* v, float out[3]) {
-  float in[4] = {float(v[0]), float(v[1]), float(v[2]), float(v[3])};
-  void* rgbProfile = CTinct::ProfileFromCode(pixmere::FourCC("mRGB"));
-  void* srcProfile = nullptr;
-  if (space == KeltoSwatchbook::kColorSpaceGray)
-    srcProfile = CTinct::ProfileFromCode(pixmere::FourCC("sGra"));
-  if (space == KeltoSwatchbook::kColorSpaceLAB)
-    srcProfile = CTinct::ProfileFromCode(pixmere::FourCC("LD50"));
-  bool ok = false;
-  {
-    CGravenColorProfile dstContainer(rgbProfile, 1, 0, false);
-    CGravenColorSpace destination(rgbProfile, false, false, false, false, false);
-    CGravenColorConvertOptions options;
-    const CGravenColorConvertOptions& constOptions = options;
-    if (space == KeltoSwatchbook::kColorSpaceCMYK) {
-      CGravenColorSpace source(CGravenColorSpace::kFamilyCMYK, false, true, false, false, false);
-      ok = source.ConvertOneColor(destination, in, out, constOptions, 0, 0, 0);
-    } else {
-      CGravenColorProfile srcContainer(srcProfile, 1, 0, false);
-      CGravenColorSpace source(srcProfile, false, false, false, false, false);
-      ok = source.ConvertOneColor(destination, in, out, constOptions, 0, 0, 0);
-    }
-  }
-  if (srcProfile != nullptr) CTinct::UnReferenceProfile(srcProfile);
-  CTinct::UnReferenceProfile(rgbProfile);
-  for (int c = 0; c < 3; ++c) out[c] = std::fmin(std::fmax(out[c], 0.0f), 1.0f);
-  return ok;
-}
 
 ChipRgb ChipColour(KeltoSwatchbook::ColorSpace space, const double* v, double tint) {
   double k = 1.0 - tint;
@@ -158,7 +128,7 @@ void Convert2JPEG(unsigned char* rgb, std::string& jpeg, unsigned short width,
   PJPEGOutputStream stream;
   {
     ZJPEG::JPEGEncoder encoder(&requester, width, height);
-    encoder.EncodeImage(&stream, description, nullptr, 0, kDCTMethodInteger);
+    encoder.EncodeImage(&stream, description, nullptr, 0, ZJPEG::JPEGEncoder::kTables8Bit);
   }
   stream.DumpBuffer();
   jpeg = stream.Bytes();

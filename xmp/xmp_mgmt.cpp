@@ -1,22 +1,23 @@
 // The swatch XMP packet.
 //
 // xmpTPg:SwatchGroups[g] lists every group that holds a swatch, with its
-// colorants (xmpG:Colorants[c]); xmp:PageInfo[n] carries the thumbnail pages.
-// Gray and RGB components are truncated to integers, CMYK is written in
-// percent and Lab's L as stored. The tint is written as (1 - t) x 100 for spot
-// and process swatches with a non-zero tint. Names go through one shared UTF-8
-// buffer that is only reassigned by a non-empty name, so an empty name
-// repeats the one written before it: readers of these packets rely on that.
+// colorants (xmpG:Colorants[c]), laid out as xmp/swatch_schema.h says;
+// xmp:PageInfo[n] carries the thumbnail pages. Integer values are truncated.
+// The tint is written for spot and process swatches with a non-zero tint.
+// Names go through one shared UTF-8 buffer that is only reassigned by a
+// non-empty name, so an empty name repeats the one written before it: readers
+// of these packets rely on that.
 #include "xmp/xmp_mgmt.h"
 
 #include <cmath>
 #include <memory>
 #include <stop_token>
-#include <vector>
+#include <utility>
 
 #include "jpeg/zjpeg.h"
 #include "swatchbook/kelto_swatchbook.h"
 #include "xmp/aside_task.h"
+#include "xmp/swatch_schema.h"
 #include "xmp/thumbnail_pages.h"
 #include "xmp/toolkit.h"
 
@@ -33,11 +34,8 @@ int32_t Trunc32(double v) {
 
 // Assigns text from the string's UTF-8 form, but only when that is not empty.
 void AssignIfNotEmpty(const XMLString& name, std::string* text) {
-  int32_t size = name.GetUTF8(nullptr);  // with the terminator
-  if (size <= 1) return;
-  std::vector<unsigned char> utf8(static_cast<size_t>(size));
-  name.GetUTF8(utf8.data());
-  text->assign(reinterpret_cast<const char*>(utf8.data()), size_t(size - 1));
+  std::string utf8 = name.ToUTF8();
+  if (!utf8.empty()) *text = std::move(utf8);
 }
 
 class PacketWriter {
@@ -54,19 +52,20 @@ class PacketWriter {
       int32_t n = book.CountSwatchesInActiveGroup();
       if (n <= 0) continue;
       XMLString name = book.GetSwatchGroupName(1);
-      int32_t type = 1;
+      int32_t type = swatchschema::kGroupTypeNamed;
       if (book.IsUngrouped(g)) {
-        name = "Default Swatch Group";
-        type = 0;
+        name = swatchschema::kUngroupedName;
+        type = swatchschema::kGroupTypeUngrouped;
       }
-      meta_.AppendArrayItem(tpgNS_, "SwatchGroups", xmptk::kXMP_PropArrayIsOrdered, nullptr,
-                            xmptk::kXMP_PropValueIsStruct);
+      meta_.AppendArrayItem(tpgNS_, swatchschema::kSwatchGroups, xmptk::kXMP_PropArrayIsOrdered,
+                            nullptr, xmptk::kXMP_PropValueIsStruct);
       std::string group;
-      xmptk::XMPUtils::ComposeArrayItemPath(tpgNS_, "SwatchGroups", groupIndex, &group);
+      xmptk::XMPUtils::ComposeArrayItemPath(tpgNS_, swatchschema::kSwatchGroups, groupIndex,
+                                            &group);
       AssignIfNotEmpty(name, &text_);
-      meta_.SetProperty(tpgNS_, Field(group, "groupName").c_str(), text_.c_str());
-      meta_.SetProperty_Int(tpgNS_, Field(group, "groupType").c_str(), type);
-      std::string colorants = Field(group, "Colorants");
+      meta_.SetProperty(tpgNS_, Field(group, swatchschema::kGroupName).c_str(), text_.c_str());
+      meta_.SetProperty_Int(tpgNS_, Field(group, swatchschema::kGroupType).c_str(), type);
+      std::string colorants = Field(group, swatchschema::kColorants);
       int32_t colorantIndex = 1;
       for (int32_t s = 0; s < n; ++s)
         if (Colorant(book, s, colorants, colorantIndex)) ++colorantIndex;
@@ -83,20 +82,15 @@ class PacketWriter {
 
   bool Colorant(KeltoSwatchbook& book, int32_t s, const std::string& colorants, int32_t index) {
     int32_t format = book.GetBestFormat(s, book.GetSwatchColorSpace(s));
-    KeltoSwatchbook::ColorSpace space = book.GetFormatColorSpace(format);
-    const char* mode = space == KeltoSwatchbook::kColorSpaceGray   ? "GRAY"
-                       : space == KeltoSwatchbook::kColorSpaceRGB  ? "RGB"
-                       : space == KeltoSwatchbook::kColorSpaceCMYK ? "CMYK"
-                       : space == KeltoSwatchbook::kColorSpaceLAB  ? "LAB"
-                                                                   : nullptr;
-    if (mode == nullptr) return false;
+    const swatchschema::Model* model = swatchschema::ModelOf(book.GetFormatColorSpace(format));
+    if (model == nullptr) return false;
 
     meta_.AppendArrayItem(tpgNS_, colorants.c_str(), xmptk::kXMP_PropArrayIsOrdered, nullptr,
                           xmptk::kXMP_PropValueIsStruct);
     std::string item;
     xmptk::XMPUtils::ComposeArrayItemPath(tpgNS_, colorants.c_str(), index, &item);
     AssignIfNotEmpty(book.GetSwatchName(s, 1), &text_);
-    meta_.SetProperty(tpgNS_, Field(item, "swatchName").c_str(), text_.c_str());
+    meta_.SetProperty(tpgNS_, Field(item, swatchschema::kSwatchName).c_str(), text_.c_str());
 
     double v[4] = {0, 0, 0, 0};
     book.GetColorValues(s, format, v);
@@ -104,37 +98,21 @@ class PacketWriter {
     if (type != KeltoSwatchbook::kSwatchTypeProcessUntinted) {
       uint32_t flag = 0;
       double t = book.GetSwatchTint(s, flag);
-      if (t != 0.0) meta_.SetProperty_Float(tpgNS_, Field(item, "tint").c_str(), (1.0 - t) * 100.0);
+      if (t != 0.0)
+        meta_.SetProperty_Float(tpgNS_, Field(item, swatchschema::kTint).c_str(),
+                                (1.0 - t) * 100.0);
     }
-    meta_.SetProperty(tpgNS_, Field(item, "mode").c_str(), mode);
-    meta_.SetProperty(tpgNS_, Field(item, "type").c_str(),
-                      type == KeltoSwatchbook::kSwatchTypeSpot ? "SPOT" : "PROCESS");
-    auto integer = [&](const char* name, double value) {
-      meta_.SetProperty_Int(tpgNS_, Field(item, name).c_str(), Trunc32(value));
-    };
-    auto real = [&](const char* name, double value) {
-      meta_.SetProperty_Float(tpgNS_, Field(item, name).c_str(), value);
-    };
-    switch (space) {
-      case KeltoSwatchbook::kColorSpaceGray:
-        integer("gray", v[0] * 255.0);
-        break;
-      case KeltoSwatchbook::kColorSpaceRGB:
-        integer("red", v[0] * 255.0);
-        integer("green", v[1] * 255.0);
-        integer("blue", v[2] * 255.0);
-        break;
-      case KeltoSwatchbook::kColorSpaceCMYK:
-        real("cyan", v[0] * 100.0);
-        real("magenta", v[1] * 100.0);
-        real("yellow", v[2] * 100.0);
-        real("black", v[3] * 100.0);
-        break;
-      default:  // Lab
-        real("L", v[0]);
-        integer("A", v[1]);
-        integer("B", v[2]);
-        break;
+    meta_.SetProperty(tpgNS_, Field(item, swatchschema::kMode).c_str(), model->mode);
+    meta_.SetProperty(tpgNS_, Field(item, swatchschema::kType).c_str(),
+                      type == KeltoSwatchbook::kSwatchTypeSpot ? swatchschema::kTypeSpot
+                                                               : swatchschema::kTypeProcess);
+    for (size_t k = 0; k < model->count; ++k) {
+      const swatchschema::Value& value = model->values[k];
+      const std::string path = Field(item, value.field);
+      if (value.integer)
+        meta_.SetProperty_Int(tpgNS_, path.c_str(), Trunc32(v[k] * model->scale));
+      else
+        meta_.SetProperty_Float(tpgNS_, path.c_str(), v[k] * model->scale);
     }
     return true;
   }

@@ -224,7 +224,7 @@ void TimeStages(const Image& img, bool vector, double (&seconds)[kStages], size_
       rows.firstRowWanted = uint16_t(y);
       rows.rowsWanted = 8;
       rows.Request();
-      converter.ColorCovert(rows, unsigned(y), 0, stride, buffers);
+      converter.ColorConvert(rows, unsigned(y), 0, stride, buffers);
       seconds[kConvert] += lap(t0);
       // The coding pass transforms a whole row per call, as the encoder does.
       if (vector && stride == 1) {

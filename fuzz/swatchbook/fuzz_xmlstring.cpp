@@ -36,8 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   ConvertAll(a);
   ConvertAll(b);
-  std::vector<unsigned char> utf8(size_t(a.GetUTF8(nullptr)));
-  a.GetUTF8(utf8.data());
+  a.ToUTF8();
   XMLString sum = a + b;
   ConvertAll(sum);
   XMLString part = sum.SubString(start, count);

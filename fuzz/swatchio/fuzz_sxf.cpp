@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
-#include <vector>
 
 #include "swatchbook/vantor_swatch_book.h"
 #include "swatchio/sxf_reader.h"
@@ -21,12 +20,10 @@ void ReadBack(VantorSwatchBook& book) {
   for (int32_t g = 0; g < groups; ++g) {
     book.SetActiveSwatchGroup(g);
     book.IsUngrouped(g);
-    std::vector<unsigned char> utf8(size_t(book.GetSwatchGroupName(0).GetUTF8(nullptr)));
-    book.GetSwatchGroupName(0).GetUTF8(utf8.data());
+    book.GetSwatchGroupName(0).ToUTF8();
     for (int32_t s = 0; s < book.CountSwatchesInActiveGroup(); ++s) {
       XMLString name = book.GetSwatchName(s, 0);
-      std::vector<unsigned char> text(size_t(name.GetUTF8(nullptr)));
-      name.GetUTF8(text.data());
+      name.ToUTF8();
       int32_t format = book.GetBestFormat(s, book.GetSwatchColorSpace(s));
       double values[4];
       book.GetColorValues(s, format, values);

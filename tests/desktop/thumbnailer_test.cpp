@@ -20,8 +20,8 @@
 #include "tests/support/jpeg_util.h"
 #include "tools/ql7embed/ql7_writer.h"
 #include "tools/sxfwrite/sxf_writer.h"
+#include "xmp/display_colour.h"
 #include "xmp/host_binding.h"
-#include "xmp/page_internals.h"
 
 namespace {
 

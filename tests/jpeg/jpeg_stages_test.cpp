@@ -36,7 +36,7 @@ Converted ConvertRgb(const std::vector<uint8_t>& rgb, int width, int height) {
   BufferRowMemoryRequester rows(rgb.data(), uint32_t(width) * 3, uint16_t(height));
   rows.rowsWanted = 8;
   EXPECT_EQ(rows.Request(), 1);
-  conv.ColorCovert(rows, 0, 0, 1, bufs);
+  conv.ColorConvert(rows, 0, 0, 1, bufs);
   return out;
 }
 
@@ -79,7 +79,7 @@ TEST(ColorConversion, GreyAveragesSubsampledGroupsAndEdgeColumns) {
   BufferRowMemoryRequester rows(px, 3, 2);
   rows.rowsWanted = 16;
   ASSERT_EQ(rows.Request(), 1);
-  conv.ColorCovert(rows, 0, 0, 1, bufs);
+  conv.ColorConvert(rows, 0, 0, 1, bufs);
   EXPECT_EQ(y[0], ((10 + 21 + 30 + 40) >> 2) * 256 - 32768);
   EXPECT_EQ(y[1], ((90 + 51) >> 1) * 256 - 32768);            // lone last column
   EXPECT_EQ(y[8], ((30 + 40 + 30 + 40) >> 2) * 256 - 32768);  // rows past the end repeat

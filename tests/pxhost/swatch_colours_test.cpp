@@ -11,7 +11,7 @@
 #include "host/host_simulator.h"
 #include "sdk/host_types.h"
 #include "sdk/selectors.h"
-#include "xmp/page_internals.h"
+#include "xmp/display_colour.h"
 
 namespace {
 

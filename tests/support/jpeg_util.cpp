@@ -47,7 +47,7 @@ Rgb NoiseImage(int width, int height, uint32_t seed) {
   return img;
 }
 
-std::string Encode(const Rgb& img, int quality, uint32_t flags, int dctMethod) {
+std::string Encode(const Rgb& img, int quality, uint32_t flags, int tableMethod) {
   ZJPEG::InitializeJPEGEncoder();
   ZJPEG::EncoderDescription desc;
   desc.flags = flags;
@@ -56,7 +56,7 @@ std::string Encode(const Rgb& img, int quality, uint32_t flags, int dctMethod) {
                                        uint16_t(img.height));
   StringStream stream;
   ZJPEG::JPEGEncoder encoder(&rows, uint16_t(img.width), uint16_t(img.height));
-  encoder.EncodeImage(&stream, desc, nullptr, 0, dctMethod);
+  encoder.EncodeImage(&stream, desc, nullptr, 0, tableMethod);
   stream.DumpBuffer();
   return stream.bytes;
 }

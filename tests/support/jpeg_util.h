@@ -31,7 +31,8 @@ struct Rgb {
 
 Rgb NoiseImage(int width, int height, uint32_t seed);
 // Encodes with the plug-in's settings except the quality.
-std::string Encode(const Rgb& img, int quality, uint32_t flags = 0x112, int dctMethod = 4);
+std::string Encode(const Rgb& img, int quality, uint32_t flags = 0x112,
+                   int tableMethod = ZJPEG::JPEGEncoder::kTables8Bit);
 // Decodes with the reference library; warnings count as failures.
 bool Decode(const std::string& jpeg, Rgb& out, std::string& error);
 // The same with 1 (grey), 3 (RGB) or 4 (CMYK, as stored) channels a pixel.

@@ -183,6 +183,16 @@ TEST(XMLStringConversion, TerminatorsAndEmptySources) {
   EXPECT_EQ(std::string(reinterpret_cast<char*>(out), 3), std::string("a\x7F\0", 3));
 }
 
+// The measured size must be the filled size: a UTF-16 name with a character
+// beyond the basic plane and a zero unit inside comes out whole.
+TEST(XMLStringConversion, ToUTF8KeepsEveryByte) {
+  EXPECT_EQ(XMLString().ToUTF8(), "");
+  EXPECT_EQ(Utf16(u"").ToUTF8(), "");
+  EXPECT_EQ(Utf16(std::u16string(u"A\0\U0001F389", 4)).ToUTF8(),
+            std::string("A\0\xF0\x9F\x8E\x89", 6));
+  EXPECT_EQ(Utf8("Cr\xC3\xA8me").ToUTF8(), "Cr\xC3\xA8me");
+}
+
 TEST(XMLStringSetData, ReassignmentSlack) {
   XMLString reassigned("abcd");
   reassigned = XMLString("0123456789");

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "swatchio/classic_file.h"
 #include "swatchio/data_filter_stream.h"
 #include "tests/support/fixture_file.h"
 
@@ -49,9 +50,9 @@ TEST(DataFilterStreamTest, EndOfFileAndRefusedSeeks) {
   EXPECT_EQ(stream.IsValid(), 1);
   EXPECT_EQ(ReadN(stream, 10), "");
 
-  stream.Seek(3, -7);  // before the start: refused
+  stream.Seek(classic::fsFromMark, -7);  // before the start: refused
   EXPECT_EQ(stream.IsValid(), 0);
-  stream.Seek(1, 0);  // a later good seek does not make it valid again
+  stream.Seek(classic::fsFromStart, 0);  // a later good seek does not make it valid again
   EXPECT_EQ(ReadN(stream, 2), "");
 }
 
@@ -72,12 +73,12 @@ TEST(DataFilterStreamTest, ReadAheadMatchesPlainReads) {
     atB += size_t(n);
   }
   // Seeks between reads, and a request larger than the window.
-  first.Seek(1, 70000);
+  first.Seek(classic::fsFromStart, 70000);
   EXPECT_EQ(ReadN(first, 10), a.substr(70000, 10));
-  first.Seek(3, -20);
+  first.Seek(classic::fsFromMark, -20);
   EXPECT_EQ(ReadN(first, 100000), a.substr(69990, 100000));
   EXPECT_EQ(ReadN(first, 5), a.substr(169990, 5));
-  first.Seek(2, -3);
+  first.Seek(classic::fsFromLEOF, -3);
   EXPECT_EQ(ReadN(first, 9), a.substr(199997));
   EXPECT_EQ(ReadN(second, 3), b.substr(atB, 3));
   // The descriptor's own offset follows the stream's mark when another
@@ -98,7 +99,7 @@ TEST(DataFilterStreamTest, WriteNeedsAWritableFile) {
   qltest::MemFile file("");
   DataFilterStream writing(file.fd());
   EXPECT_EQ(writing.Write("hello", 5), 5);
-  writing.Seek(1, 0);
+  writing.Seek(classic::fsFromStart, 0);
   EXPECT_EQ(ReadN(writing, 5), "hello");
 }
 

@@ -1,10 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <string>
 #include <vector>
 
 #include "swatchbook/vantor_swatch_book.h"
+#include "swatchio/swatch_file_survey.h"
 #include "swatchio/sxf_reader.h"
+#include "tests/support/fixture_file.h"
 #include "tests/support/memory_stream.h"
 #include "tests/swatchbook/probe.h"
 #include "tools/sxfwrite/sxf_writer.h"
@@ -40,12 +44,6 @@ int32_t Check(const std::string& bytes, int32_t* unknown = nullptr, int32_t vali
   int32_t result = KB::CheckSXF(stream, count);
   if (unknown) *unknown = count;
   return result;
-}
-
-std::string Utf8(const XMLString& s) {
-  std::vector<unsigned char> out(size_t(s.GetUTF8(nullptr)));
-  s.GetUTF8(out.data());
-  return std::string(reinterpret_cast<char*>(out.data()));
 }
 
 std::string Header(uint32_t count) {
@@ -146,7 +144,7 @@ TEST(SXFBlocks, UnknownBlocksAndModels) {
   ASSERT_EQ(Parse(Sxf(json), book), 0);
   EXPECT_EQ(book.GetNumFormats(), 1);  // the unknown model made no format
   EXPECT_EQ(book.CountSwatchesInActiveGroup(), 1);
-  EXPECT_EQ(Utf8(book.GetSwatchName(0, 0)), "After");
+  EXPECT_EQ(book.GetSwatchName(0, 0).ToUTF8(), "After");
   double v[3];
   ASSERT_EQ(book.GetColorValues(0, 0, v), 1);
   EXPECT_EQ(v[2], 0.75);
@@ -208,19 +206,19 @@ TEST(SXFNames, DisplayTextAfterKeyPaths) {
       {"swatch": "", "model": "Gray", "values": [0]}]})";
   VantorSwatchBook stripped;
   ASSERT_EQ(Parse(Sxf(json), stripped, 0), 0);
-  EXPECT_EQ(Utf8(stripped.GetSwatchGroupName(0)), "Warm");
-  EXPECT_EQ(Utf8(stripped.GetSwatchName(0, 0)), "Red");
+  EXPECT_EQ(stripped.GetSwatchGroupName(0).ToUTF8(), "Warm");
+  EXPECT_EQ(stripped.GetSwatchName(0, 0).ToUTF8(), "Red");
   EXPECT_EQ(stripped.GetSwatchType(0), KB::kSwatchTypeSpot);  // the fields after the name line up
-  EXPECT_EQ(Utf8(stripped.GetSwatchName(1, 0)), "$$$ no key");
-  EXPECT_EQ(Utf8(stripped.GetSwatchName(2, 0)), "$$/Two=Two");
-  EXPECT_EQ(Utf8(stripped.GetSwatchName(3, 0)), "Cr\xC3\xA8me \xF0\x9F\x8E\x89");
+  EXPECT_EQ(stripped.GetSwatchName(1, 0).ToUTF8(), "$$$ no key");
+  EXPECT_EQ(stripped.GetSwatchName(2, 0).ToUTF8(), "$$/Two=Two");
+  EXPECT_EQ(stripped.GetSwatchName(3, 0).ToUTF8(), "Cr\xC3\xA8me \xF0\x9F\x8E\x89");
   EXPECT_EQ(SwatchbookProbe::Format(stripped.GetSwatchName(3, 0)), XMLString::kUTF16);
   EXPECT_EQ(stripped.GetSwatchName(4, 0).GetLength(), 0);
 
   VantorSwatchBook whole;
   ASSERT_EQ(Parse(Sxf(json), whole, 1), 0);
-  EXPECT_EQ(Utf8(whole.GetSwatchGroupName(0)), "$$$/Groups/Warm=Warm");
-  EXPECT_EQ(Utf8(whole.GetSwatchName(0, 0)), "$$$/Swatch/Red=Red");
+  EXPECT_EQ(whole.GetSwatchGroupName(0).ToUTF8(), "$$$/Groups/Warm=Warm");
+  EXPECT_EQ(whole.GetSwatchName(0, 0).ToUTF8(), "$$$/Swatch/Red=Red");
 }
 
 TEST(SXFNames, CountsAndTerminators) {
@@ -230,9 +228,9 @@ TEST(SXFNames, CountsAndTerminators) {
   EXPECT_EQ(Parse(Header(1) + std::string("\xC0\x01\x00\x00\x00\x01\x00", 7), book), 5);
   // The text runs to its first zero unit, not to the count.
   ASSERT_EQ(Parse(Sxf(R"({"blocks": [{"group": "ABC", "nameCount": 2}]})"), book), 0);
-  EXPECT_EQ(Utf8(book.GetSwatchGroupName(0)), "ABC");
+  EXPECT_EQ(book.GetSwatchGroupName(0).ToUTF8(), "ABC");
   ASSERT_EQ(Parse(Sxf(R"({"blocks": [{"group": "A\u0000B", "nameCount": 3}]})"), book), 0);
-  EXPECT_EQ(Utf8(book.GetSwatchGroupName(0)), "A");
+  EXPECT_EQ(book.GetSwatchGroupName(0).ToUTF8(), "A");
 }
 
 std::string BigEndianUnits(const std::u16string& text, uint16_t count) {
@@ -286,13 +284,13 @@ TEST(SXFGroups, UnbalancedAndUngrouped) {
   ASSERT_EQ(book.CountSwatchGroups(unused), 3);
   book.SetActiveSwatchGroup(0);
   EXPECT_EQ(book.IsUngrouped(0), 1);
-  EXPECT_EQ(Utf8(book.GetSwatchName(0, 0)), "loose");
+  EXPECT_EQ(book.GetSwatchName(0, 0).ToUTF8(), "loose");
   book.SetActiveSwatchGroup(1);
   EXPECT_EQ(book.IsUngrouped(1), 0);
   ASSERT_EQ(book.CountSwatchesInActiveGroup(), 2);  // a group end does not leave the group
-  EXPECT_EQ(Utf8(book.GetSwatchName(1, 0)), "after end");
+  EXPECT_EQ(book.GetSwatchName(1, 0).ToUTF8(), "after end");
   book.SetActiveSwatchGroup(2);
-  EXPECT_EQ(Utf8(book.GetSwatchGroupName(0)), "Open");
+  EXPECT_EQ(book.GetSwatchGroupName(0).ToUTF8(), "Open");
   EXPECT_EQ(book.GetNumSwatches(), 4);
 }
 
@@ -305,12 +303,39 @@ TEST(SXFGroups, PartialBookAfterATruncatedBlock) {
   EXPECT_EQ(Check(Sxf(json)), 0);
   ASSERT_EQ(Parse(Sxf(json), book), 5);
   ASSERT_EQ(book.CountSwatchesInActiveGroup(), 2);
-  EXPECT_EQ(Utf8(book.GetSwatchName(1, 0)), "Cut");
+  EXPECT_EQ(book.GetSwatchName(1, 0).ToUTF8(), "Cut");
   uint32_t flag = 0;
   EXPECT_EQ(book.GetSwatchTint(1, flag), 0.5);
   double v[4];
   EXPECT_EQ(book.GetColorValues(1, 1, v), 0);  // no values were stored
   EXPECT_EQ(book.GetColorValues(0, 0, v), 1);
+}
+
+// What a host learns through the survey: the reader's verdict on the open
+// file, the block a truncation hit and the entries the packet leaves out,
+// with the file's offset back at its start for the host's next reader.
+TEST(SwatchFileSurvey, VerdictAndSteppedOverEntries) {
+  qltest::MemFile sound(Sxf(R"({"blocks": [
+      {"swatch": "Six inks", "model": "HEXA", "values": [0, 0.5, 1, 0, 0, 0]},
+      {"swatch": "After", "model": "RGB ", "values": [0.25, 0.5, 0.75]}]})"));
+  ASSERT_EQ(::lseek(sound.fd(), 7, SEEK_SET), 7);  // the survey reads from the start
+  SwatchFileSurvey survey = SurveySwatchFile(sound.fd());
+  EXPECT_EQ(survey.result, kSXFParsed);
+  ASSERT_EQ(survey.steppedOver.size(), 1u);
+  EXPECT_EQ(survey.steppedOver[0].name, "Six inks");
+  EXPECT_EQ(survey.steppedOver[0].model, 0x48455841u);  // "HEXA"
+  EXPECT_EQ(::lseek(sound.fd(), 0, SEEK_CUR), 0);
+
+  std::string cut = Sxf(R"({"blocks": [{"group": "G"}, {"blockType": 77, "raw": "010203"}]})");
+  cut.pop_back();
+  qltest::MemFile truncated(cut);
+  survey = SurveySwatchFile(truncated.fd());
+  EXPECT_EQ(survey.result, kSXFTruncated);
+  EXPECT_EQ(survey.failedBlock, 2u);
+  EXPECT_EQ(::lseek(truncated.fd(), 0, SEEK_CUR), 0);
+
+  qltest::MemFile empty("");
+  EXPECT_NE(SurveySwatchFile(empty.fd()).result, kSXFParsed);
 }
 
 }  // namespace

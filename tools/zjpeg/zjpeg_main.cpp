@@ -23,12 +23,13 @@ constexpr int32_t kLargestSide = 65535;  // the encoder's sizes are 16-bit
 
 const char kUsage[] =
     "usage: zjpeg IN.ppm|IN.pam|IN.png OUT.jpg [--quality 0..12] [--flags HEX] [--progressive]\n"
-    "             [--dct-method N]\n"
-    "Encodes an 8-bit image. Defaults: quality 12, flags 112, dct-method 4.\n"
+    "             [--table-method N]\n"
+    "Encodes an 8-bit image. Defaults: quality 12, flags 112, table-method 4.\n"
     "PAM tuple types RGB, RGB_ALPHA, GRAYSCALE and CMYK are read.\n"
     "Flags: 001 grey (from grey or RGB input), 002 RGB, 020 RGB with a leading extra byte\n"
     "(the alpha, or zero), 004 CMYK (CMYK input); 010 interleaved or 008 planar rows;\n"
-    "080 reverses the channel order (B, G, R or K, Y, M, C). --progressive adds 400.\n";
+    "080 reverses the channel order (B, G, R or K, Y, M, C). --progressive adds 400.\n"
+    "--table-method 0 or 1 writes the quantisation tables with 16-bit entries.\n";
 
 enum class Kind { kGrey, kRgb, kRgba, kCmyk };
 
@@ -201,7 +202,7 @@ std::string WriteFile(const std::string& path, const std::string& bytes) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  long quality = 12, flags = 0x112, dctMethod = 4;
+  long quality = 12, flags = 0x112, tableMethod = ZJPEG::JPEGEncoder::kTables8Bit;
   std::vector<const char*> paths;
   bool usage = false, progressive = false;
   for (int a = 1; a < argc && !usage; ++a) {
@@ -219,8 +220,8 @@ int main(int argc, char** argv) {
       ++a;
     } else if (arg == "--progressive") {
       progressive = true;
-    } else if (arg == "--dct-method") {
-      usage = !value || !ParseInt(value, 10, 0, 255, dctMethod);
+    } else if (arg == "--table-method") {
+      usage = !value || !ParseInt(value, 10, 0, 255, tableMethod);
       ++a;
     } else if (arg.size() > 1 && arg[0] == '-') {
       usage = true;
@@ -257,7 +258,7 @@ int main(int argc, char** argv) {
   StringSink sink;
   const uint32_t result = ZJPEG::JPEGEncoder(&source, static_cast<uint16_t>(img.width),
                                              static_cast<uint16_t>(img.height))
-                              .EncodeImage(&sink, desc, nullptr, 0, static_cast<int>(dctMethod));
+                              .EncodeImage(&sink, desc, nullptr, 0, static_cast<int>(tableMethod));
   sink.DumpBuffer();
   if (result == ZJPEG::JPEGEncoder::kEncodeRefused) {
     std::fprintf(stderr,
