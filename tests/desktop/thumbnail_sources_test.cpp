@@ -161,7 +161,8 @@ TEST(ThumbnailChoice, ShortSwatchBookNames) {
     Outcome r = qltest::Shell("cd " + dir.string() + " && " + QL_PXHOST + " thumbnail " + name +
                               " out.png");
     EXPECT_EQ(r.status, 1) << name;
-    EXPECT_EQ(r.out, std::string("pxhost: ") + name + ": not a swatch exchange file\n");
+    EXPECT_EQ(r.out.find(std::string("pxhost: ") + name + ": not a swatch exchange file"), 0u)
+        << r.out;
   }
 }
 
