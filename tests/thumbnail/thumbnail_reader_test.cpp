@@ -266,3 +266,22 @@ TEST(ThumbnailData, TheRunLengthMarkerAtTheFilesEnd) {
 }
 
 }  // namespace
+
+namespace {
+
+// A word in parentheses is one token, blanks and all, up to its closing
+// parenthesis; one left open runs on to the token's limit and so is never
+// the data block's keyword.
+TEST(ThumbnailHeader, WordsInParentheses) {
+  Decoded d =
+      Decode("%QL7_Thumbnail: 2 1 24\n(%%BeginData:) 6 (Hex Bytes) (x)\n%0A0B0C0D0E0F" + kTrailer);
+  ASSERT_EQ(d.ok, 1);
+  EXPECT_EQ(d.pixels, (std::vector<uint8_t>{10, 11, 12, 13, 14, 15}));
+  EXPECT_EQ(
+      Decode("%QL7_Thumbnail: 2 1 24\n(%%BeginData: 6 Hex Bytes\n%0A0B0C0D0E0F" + kTrailer).ok, 0);
+  // Characters below '*' in a number keep their place without adding.
+  Decoded size = Decode("%QL7_Thumbnail: 1#2 3!\n" + kTrailer, false);
+  EXPECT_EQ(std::tuple(size.ok, size.width, size.height), std::tuple(1, 102, 30));
+}
+
+}  // namespace
