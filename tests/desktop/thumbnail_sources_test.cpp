@@ -167,3 +167,25 @@ TEST(ThumbnailChoice, ShortSwatchBookNames) {
 }
 
 }  // namespace
+
+namespace {
+
+// The JPEG thumbnail's item as the toolkit reads it: text that is no base64
+// is a damaged thumbnail, named as such, and nothing is written.
+TEST(ThumbnailChoice, XmpJpegItemThatIsNoBase64) {
+  ql7::Options o;
+  o.pdf = true;
+  o.xmpJpegThumbnail = true;  // an item of format JPEG, its text spoilt below
+  std::string file = ql7::VectorFile(Grey(4, 4), o);
+  const std::string image = "/9j/4AAQSkZJRgABAQAAAQABAAD/2wBDAP//2Q==";
+  size_t at = file.find(image);
+  ASSERT_NE(at, std::string::npos);
+  file.replace(at, image.size(), std::string(image.size(), '*'));
+  Result run = Make("doc.pdf", file);
+  EXPECT_EQ(run.outcome.status, 1) << run.outcome.out;
+  EXPECT_NE(run.outcome.out.find("doc.pdf: damaged JPEG thumbnail (bad base64)"), std::string::npos)
+      << run.outcome.out;
+  EXPECT_EQ(Size(run), std::tuple(0, 0));
+}
+
+}  // namespace
