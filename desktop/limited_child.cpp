@@ -19,6 +19,7 @@
 #include <system_error>
 #include <vector>
 
+#include "common/coverage_counts.h"
 #include "desktop/confinement.h"
 #include "pxhost/atomic_output.h"
 
@@ -122,6 +123,7 @@ std::string Confine(const RenderJob& job, int input, const std::string& folder) 
     error.resize(std::min(error.size(), kMaxReason));
     ok = WriteAll(out, &kErrorTag, 1) == 0 && WriteAll(out, error.data(), error.size()) == 0;
   }
+  ql::FlushCoverageCounts();
   _exit(ok ? 0 : 1);
 }
 

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <map>
 
+#include "common/coverage_counts.h"
 #include "pxhost/atomic_output.h"
 
 namespace pxhost {
@@ -119,6 +120,7 @@ std::string TakeCaptured(int fd) {
         WriteAll(socket, e.data(), e.size()) != 0)
       break;
   }
+  ql::FlushCoverageCounts();
   _exit(0);
 }
 

@@ -36,20 +36,6 @@ class PatternStream : public KeltoSwatchbookStream {
   bool reading_;
 };
 
-TEST(KeltoSwatchbookHeapTest, GrowthArithmetic) {
-  KeltoSwatchbookHeap tiny(8, 4, 4);  // less than one element: both round up to 1
-  EXPECT_EQ(SwatchbookProbe::Capacity(tiny), 1);
-  ASSERT_NE(tiny.AppendData(2), nullptr);
-  EXPECT_EQ(SwatchbookProbe::Capacity(tiny), 2);
-
-  KeltoSwatchbookHeap heap(1, 2, 8);
-  ASSERT_NE(heap.AppendData(3), nullptr);
-  EXPECT_EQ(SwatchbookProbe::Capacity(heap), 10);  // capacity + growth
-  ASSERT_NE(heap.AppendData(20), nullptr);
-  EXPECT_EQ(SwatchbookProbe::Capacity(heap), 23);  // the count when that is larger
-  EXPECT_EQ(heap.GetSize(), 23);
-}
-
 TEST(KeltoSwatchbookHeapTest, GetDataBoundsAndInsertion) {
   KeltoSwatchbookHeap heap(4, 16, 16);
   EXPECT_EQ(heap.GetData(0), nullptr);  // no block yet

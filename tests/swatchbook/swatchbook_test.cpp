@@ -75,6 +75,32 @@ TEST(TranslateEncoding, EveryPairForPlainSpacesAndLab) {
         << "space " << c.space << ", " << c.from << " to " << c.to << ", first " << c.in[0];
 }
 
+// Stored values round to the nearest step, never down: a fraction above a
+// half goes up at every conversion that rounds (one below it stays), and the
+// kept exceptions stay as they are: Lab a and b from doubles add a half and
+// truncate, so negative values go toward zero (-10.6 gives -10), and plain
+// and Lab L components from 16 to 8 bits truncate.
+TEST(TranslateEncoding, FractionsAboveAHalfRoundUp) {
+  constexpr int32_t kRGB = KB::kColorSpaceRGB, kLAB = KB::kColorSpaceLAB;
+  const struct {
+    int32_t space, from;
+    std::vector<double> in;
+    int32_t to;
+    std::vector<double> out;
+  } cases[] = {
+      // 0.78, 50.59 and 99.61 hundredths.
+      {KB::kColorSpaceCMYK, 1, {2, 129, 254, 1}, 3, {0.01, 0.51, 1, 0}},
+      {kRGB, 3, {0.312, 0.3105, 0.9985}, 1, {80, 79, 255}},  // 79.56, 79.18, 254.62
+      {kRGB, 3, {0.0025, 0.0001, 0}, 2, {164, 7, 0}},        // 163.84, 6.55
+      {kLAB, 3, {50.5, 10.6, -10.6}, 1, {129, 139, 118}},    // L 128.78
+      {kLAB, 3, {0.3, 0.003, -0.003}, 2, {197, 129, 128}},   // L 196.61; a, b 0.77 and -0.77
+      {kLAB, 2, {25828, 32895, 32896}, 1, {100, 128, 129}},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(Translate(c.space, c.from, c.in, c.to), c.out)
+        << "space " << c.space << ", " << c.from << " to " << c.to << ", first " << c.in[0];
+}
+
 TEST(TranslateEncoding, RefusedSpacesAndUnknownEncodings) {
   double in[4] = {1, 1, 1, 1};
   double out[4] = {7, 7, 7, 7};

@@ -339,3 +339,27 @@ TEST(SwatchFileSurvey, VerdictAndSteppedOverEntries) {
 }
 
 }  // namespace
+
+namespace {
+
+// The structural check counts as unknown only what no reader handles: every
+// known block kind passes uncounted; a file too short for its signature or
+// a stream that cannot be read is no swatch file.
+TEST(SXFCheck, KnownBlocksAndShortFiles) {
+  const char* json = R"({"blocks": [
+      {"group": "G"},
+      {"swatch": "Tinted", "model": "RGB ", "values": [1, 0, 0], "tint": 0.5},
+      {"swatch": "Plain", "model": "Gray", "values": [0.5]},
+      {"groupEnd": true},
+      {"blockType": 9, "raw": "00"}]})";
+  int32_t unknown = -1;
+  EXPECT_EQ(Check(Sxf(json), &unknown), 1);
+  EXPECT_EQ(unknown, 1);
+  EXPECT_EQ(Check(Sxf(json), &unknown, 0), 0);
+  EXPECT_EQ(unknown, 0);
+  for (const std::string& shortFile : {std::string(), std::string("SXF"), Header(0).substr(0, 11)})
+    EXPECT_EQ(Check(shortFile), 0) << shortFile.size();
+  EXPECT_EQ(Check(Header(0)), 1);
+}
+
+}  // namespace

@@ -223,15 +223,65 @@ TEST(ThumbnailClassifier, DocumentKindFromTheHeadAndTheXmp) {
   for (const Case& c : cases) EXPECT_EQ(Classify(c.file), c.kind) << c.file.substr(0, 40);
 }
 
-TEST(ThumbnailClassifier, AssignColorWritesAnEntryOrTheIndex) {
-  const char table[] = {0, 0, 0, 1, 2, 3, 4, 5, 6};
-  char out[5] = {};
-  int32_t pos = 0;
-  QLThumbnail::AssignColor(1, table, out, 2, &pos);
-  EXPECT_EQ(std::tuple(pos, out[0], out[2]), std::tuple(3, 4, 6));
-  QLThumbnail::AssignColor(1, nullptr, out, 9, &pos);  // no table: the index itself
-  QLThumbnail::AssignColor(0, table, out, 7, &pos);
-  EXPECT_EQ(std::tuple(pos, out[3], out[4]), std::tuple(5, 9, 7));
+}  // namespace
+
+namespace {
+
+// Where a file's last filling ends decides whether a keyword near the end is
+// seen: a filling that ends on the file's last byte is whole, one a byte
+// short of it is not. In the first search block and in a later one, where
+// the block no longer starts at the file's start.
+TEST(ThumbnailSearch, AFillingEndingOnTheLastByteIsWhole) {
+  const std::string keyword = "%QL7_Thumbnail: 3 2 8\n";
+  for (size_t at : {size_t(200), size_t(156), size_t(600000 + 37), size_t(3 * 156 * 1024 + 155)}) {
+    size_t fillingEnd = at / 156 * 156 + 256;
+    std::string file(at, '.');
+    file += keyword;
+    file.resize(fillingEnd, '.');
+    Decoded whole = Decode(file, false);
+    EXPECT_EQ(std::tuple(whole.ok, whole.width, whole.height), std::tuple(1, 3, 2))
+        << "keyword at " << at;
+    file.pop_back();
+    EXPECT_EQ(Decode(file, false).ok, 0) << "keyword at " << at << ", one byte short";
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// "RLE" as the first six digits is the run-length marker wherever the file
+// ends: with nothing after it there is no pixel, and the same digits are
+// never taken for a pixel's bytes.
+TEST(ThumbnailData, TheRunLengthMarkerAtTheFilesEnd) {
+  const std::string head = "%!PS-Adobe-3.0\n%QL7_Thumbnail: 1 1 24\n%%BeginData: 6 Hex Bytes\n" +
+                           std::string(250, '%') + "\n";
+  EXPECT_EQ(Decode(head + "524C45").ok, 0);
+  Decoded d = Decode(head + "524C45AABBCC");
+  ASSERT_EQ(d.ok, 1);
+  EXPECT_EQ(d.pixels, (std::vector<uint8_t>{0xAA, 0xBB, 0xCC}));
+  d = Decode(head + "524C46");
+  ASSERT_EQ(d.ok, 1);
+  EXPECT_EQ(d.pixels, (std::vector<uint8_t>{0x52, 0x4C, 0x46}));
+}
+
+}  // namespace
+
+namespace {
+
+// A word in parentheses is one token, blanks and all, up to its closing
+// parenthesis; one left open runs on to the token's limit and so is never
+// the data block's keyword.
+TEST(ThumbnailHeader, WordsInParentheses) {
+  Decoded d =
+      Decode("%QL7_Thumbnail: 2 1 24\n(%%BeginData:) 6 (Hex Bytes) (x)\n%0A0B0C0D0E0F" + kTrailer);
+  ASSERT_EQ(d.ok, 1);
+  EXPECT_EQ(d.pixels, (std::vector<uint8_t>{10, 11, 12, 13, 14, 15}));
+  EXPECT_EQ(
+      Decode("%QL7_Thumbnail: 2 1 24\n(%%BeginData: 6 Hex Bytes\n%0A0B0C0D0E0F" + kTrailer).ok, 0);
+  // Characters below '*' in a number keep their place without adding.
+  Decoded size = Decode("%QL7_Thumbnail: 1#2 3!\n" + kTrailer, false);
+  EXPECT_EQ(std::tuple(size.ok, size.width, size.height), std::tuple(1, 102, 30));
 }
 
 }  // namespace
