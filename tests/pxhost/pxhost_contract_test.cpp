@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -96,6 +97,38 @@ TEST(PxhostContract, ExitCodesAreTheSameForEveryCommand) {
   Outcome version = Pxhost("--version");
   EXPECT_EQ(version.status, 0);
   EXPECT_TRUE(Has(version, "pxhost ")) << version.out;
+}
+
+// Standard output that cannot be written (a full disk) fails every command
+// and help with one line and exit code 2, never a silent 0.
+Outcome ToFullDisk(const std::string& args) {
+  return qltest::Shell("{ " + std::string(QL_PXHOST) + " " + args + " >/dev/full; }");
+}
+TEST(PxhostContract, AFailedStandardOutputIsTold) {
+  qltest::DiskFile page("page.ps", Vector(2, 2));
+  for (const std::string& args : std::vector<std::string>{
+           "identify " + kSwatches, "method " + page.path(), "call 17 " + kSwatches, "--help",
+           "--version", "help", "help method", "method --help",
+           "identify -j 2 " + kSwatches + " " + kSwatches, "palette " + kSwatches}) {
+    Outcome r = ToFullDisk(args);
+    EXPECT_EQ(r.status, 2) << args;
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << args << "\n" << r.out;
+    EXPECT_EQ(r.out.rfind("pxhost: ", 0), 0u) << args << "\n" << r.out;
+  }
+  EXPECT_EQ(ToFullDisk("identify " + kSwatches).out,
+            "pxhost: standard output: no space left on device\n");
+}
+
+// `pxhost help` lists the commands; help on a command names it as typed.
+TEST(PxhostContract, HelpNamesCommandsAsTyped) {
+  Outcome r = PxhostOut("help");
+  EXPECT_EQ(r.status, 0);
+  for (const char* command :
+       {"preview", "method", "identify", "xmp", "call", "thumbnail", "palette"})
+    EXPECT_TRUE(Has(r, "  " + std::string(command) + " ")) << r.out;
+  EXPECT_FALSE(Has(r, "Usage: pxhost help")) << r.out;  // not the help command's own usage
+  EXPECT_TRUE(Has(PxhostOut("help preview"), "Usage: pxhost preview [OPTIONS]"));
+  EXPECT_TRUE(Has(PxhostOut("preview --help"), "Usage: pxhost preview [OPTIONS]"));
 }
 
 // The rendering-method suite answers "KXEC" for a folder (it opens, and its
