@@ -70,7 +70,9 @@ int Method(PluginMainProc entry, const InputOptions& o) {
 
 CommandRun SetUpMethod(CLI::App& command) {
   auto o = std::make_shared<InputOptions>();
-  AddInputOptions(command, o.get());
+  // The rendering-method suite is handed a file's name, never a descriptor:
+  // standard input has none it could open.
+  AddInputOptions(command, o.get(), false);
   return [o](PluginMainProc entry) { return Method(entry, *o); };
 }
 

@@ -38,9 +38,14 @@ const std::vector<Command>& Commands() {
   return commands;
 }
 
-void AddInputOptions(CLI::App& command, InputOptions* options, bool json) {
-  command.add_option("FILE", options->files, "input files; - is standard input")->required();
-  if (json) command.add_flag("--json", options->json, "one JSON object per file (JSON Lines)");
+void AddInputOptions(CLI::App& command, InputOptions* options, bool standardInput) {
+  options->standardInput = standardInput;
+  command
+      .add_option("FILE", options->files,
+                  standardInput ? "input files; - is standard input (read once)"
+                                : "input files, by name (standard input is not read)")
+      ->required();
+  command.add_flag("--json", options->json, "one JSON object per file (JSON Lines)");
   command.add_flag("-r,--recursive", options->recursive, "take the files in the folders named");
   command.add_flag("-L,--follow", options->followLinks,
                    "with -r, follow symbolic links (not followed otherwise)");

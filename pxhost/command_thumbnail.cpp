@@ -46,6 +46,10 @@ struct ThumbnailArgs {
 // leaves OUT as it was; the exit code says which.
 int RunThumbnail(PluginMainProc entry, const std::string& in, const std::string& out,
                  const ThumbnailOptions& options) {
+  // The thumbnailer hands a document's name to the renderer it starts:
+  // standard input has none.
+  if (in == "-")
+    return Fail(in, "standard input is not read by this command: name the file", kExitRefused);
   std::string error = CheckInput(in);
   if (!error.empty()) return Fail(in, error, kExitRefused);
   RgbImage image;
@@ -66,8 +70,10 @@ int RunThumbnail(PluginMainProc entry, const std::string& in, const std::string&
 
 CommandRun SetUpThumbnail(CLI::App& command) {
   auto a = std::make_shared<ThumbnailArgs>();
-  command.add_option("IN", a->in, "the file")->required();
-  command.add_option("OUT", a->out, "the PNG file to write, whatever its name")->required();
+  command.add_option("IN", a->in, "the file, by name (standard input is not read)")->required();
+  command
+      .add_option("OUT", a->out, "the PNG file to write, whatever its name; - is standard output")
+      ->required();
   command.add_option("-s,--size", a->options.size, "longest side at most SIZE")
       ->check(CLI::Range(16, 4096))
       ->capture_default_str();

@@ -258,6 +258,34 @@ TEST(PxhostContract, FolderWalks) {
   r = PxhostOut("identify -r -L --ext .sxf " + (dir / "b").string());
   EXPECT_EQ(r.out, (dir / "b/link/linked.sxf").string() + ": swatch exchange file\n" +
                        (dir / "b/one.SXF").string() + ": swatch exchange file\n");
+  // A link back up the tree: each folder is entered once.
+  fs::create_directory_symlink("..", dir / "elsewhere/up");
+  r = PxhostOut("identify -r -L --ext sxf " + (dir / "elsewhere").string());
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, (dir / "elsewhere/linked.sxf").string() + ": swatch exchange file\n" +
+                       (dir / "elsewhere/up/b/one.SXF").string() + ": swatch exchange file\n");
+}
+
+// "-" is standard input, read once, and only by the commands that say so.
+TEST(PxhostContract, StandardInputIsNamedOnce) {
+  Outcome r = qltest::Shell(std::string(QL_PXHOST) + " identify - - < " + kSwatches);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out,
+            "pxhost: -: standard input is named more than once; it is read once\n"
+            "-: swatch exchange file\n");
+  qltest::DiskFile page("page.ps", Vector(2, 2));
+  std::string png = page.path() + ".png";
+  for (const std::string& args : std::vector<std::string>{"method -", "thumbnail - " + png}) {
+    r = qltest::Shell(std::string(QL_PXHOST) + " " + args + " < " + page.path());
+    EXPECT_EQ(r.status, 1) << args;
+    EXPECT_EQ(r.out, "pxhost: -: standard input is not read by this command: name the file\n")
+        << args;
+    EXPECT_TRUE(
+        Has(PxhostOut(args.substr(0, args.find(' ')) + " --help"), "standard input is not read"))
+        << args;
+  }
+  r = qltest::Shell(std::string(QL_PXHOST) + " thumbnail " + page.path() + " - 2>&1 | head -c 4");
+  EXPECT_EQ(r.out, "\x89PNG");
 }
 
 // Paths the file system refuses are reported, never thrown.
@@ -273,6 +301,20 @@ TEST(PxhostContract, HostilePathsAreReported) {
   r = Pxhost("identify /tmp/" + longName);
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(Has(r, "file name too long")) << r.out;
+
+  // The longest names a folder takes: the temporary file beside them fits too.
+  fs::path dir = fs::path(page.path()).parent_path();
+  for (size_t length : {249, 255}) {
+    fs::path out = dir / (std::string(length - 4, 'n') + ".png");
+    r = Pxhost("preview " + page.path() + " -o " + out.string());
+    EXPECT_EQ(r.status, 0) << length << r.out;
+    EXPECT_TRUE(fs::exists(out)) << length;
+  }
+  // A missing output folder is the output's fault, not a missing input.
+  r = Pxhost("palette " + kSwatches + " -o " + (dir / "nodir/x.gpl").string());
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.out, "pxhost: " + (dir / "nodir/x.gpl").string() + ": the output folder " +
+                       (dir / "nodir").string() + " does not exist\n");
 }
 
 // What the file system refuses a user: root reads and writes everywhere, so
@@ -300,6 +342,11 @@ TEST(PxhostContract, PermissionDenied) {
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out,
             "pxhost: " + secret.path() + ": permission denied\n" + page.path() + ": vector file\n");
+  // -r names a folder it may not read and goes on with the rest.
+  r = qltest::Shell(as + QL_PXHOST + " identify -r --ext ps " + dir.string());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "pxhost: " + locked.string() + ": permission denied\n" + page.path() +
+                       ": vector file\n");
   fs::permissions(locked, fs::perms::owner_all);
 }
 
