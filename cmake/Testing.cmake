@@ -7,5 +7,6 @@ function(ql_test name)
   target_link_libraries(${name} PRIVATE ${arg_LINK} GTest::gtest GTest::gtest_main ql_warnings)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
-    PROPERTIES ENVIRONMENT "QL_BUILD_DIR=${PROJECT_BINARY_DIR};QL_SOURCE_DIR=${PROJECT_SOURCE_DIR}")
+    PROPERTIES ENVIRONMENT "QL_BUILD_DIR=${PROJECT_BINARY_DIR};QL_SOURCE_DIR=${PROJECT_SOURCE_DIR}"
+               TIMEOUT 300)
 endfunction()
