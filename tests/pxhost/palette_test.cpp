@@ -3,6 +3,7 @@
 // every CSS declaration checked.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -194,6 +195,22 @@ TEST(Palette, UnknownModelsAreNamedAndCounted) {
   EXPECT_EQ(palette["skipped"], 1);
   ASSERT_EQ(palette["swatches"].size(), 2u);
   EXPECT_EQ(palette["swatches"][1]["name"], "Ink");
+}
+
+// A name XML cannot hold makes the XMP toolkit print its own words on
+// standard error; a refusal is still the one line `pxhost: FILE: reason`.
+TEST(Palette, ToolkitWordsStayOffTheTerminal) {
+  std::string sxf, error;
+  ASSERT_TRUE(sxfwrite::BuildSxf(nlohmann::json::parse(R"({"blocks": [
+      {"swatch": "Bad\ufffe", "model": "RGB ", "values": [1, 0, 0]}]})"),
+                                 &sxf, &error))
+      << error;
+  qltest::DiskFile book("bad.sxf", sxf);
+  Outcome r =
+      qltest::Shell("{ " + std::string(QL_PXHOST) + " xmp " + book.path() + " >/dev/null; }");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
+  EXPECT_EQ(r.out.rfind("pxhost: " + book.path() + ": ", 0), 0u) << r.out;
 }
 
 }  // namespace

@@ -342,6 +342,12 @@ TEST(PxhostContract, PermissionDenied) {
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out,
             "pxhost: " + secret.path() + ": permission denied\n" + page.path() + ": vector file\n");
+  // The rendering-method suite opens the file through the XMP toolkit, whose
+  // own words stay off the terminal.
+  r = qltest::Shell(as + QL_PXHOST + " method " + secret.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
+  EXPECT_EQ(r.out.rfind("pxhost: " + secret.path() + ": ", 0), 0u) << r.out;
   // -r names a folder it may not read and goes on with the rest.
   r = qltest::Shell(as + QL_PXHOST + " identify -r --ext ps " + dir.string());
   EXPECT_EQ(r.status, 1);
