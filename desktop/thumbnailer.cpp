@@ -1,20 +1,17 @@
 #include "desktop/thumbnailer.h"
 
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <strings.h>
 #include <unistd.h>
 
 #include <cmath>
-#include <cstring>
 
 #include "desktop/document_pages.h"
 #include "desktop/fit.h"
 #include "desktop/swatch_grid.h"
 #include "desktop/xmp_jpeg.h"
-#include "host/host_simulator.h"
 #include "pxhost/swatch_colours.h"
-#include "sdk/selectors.h"
+#include "sdk/host_types.h"
 #include "sdk/suites.h"
 #include "thumbnail/ql_thumbnail.h"
 #include "xmp/toolkit.h"
@@ -22,36 +19,11 @@
 namespace pxhost {
 namespace {
 
-// What the host's rendering-method suite says about the file, or a reason.
-std::string AskRenderingMethod(const std::string& path, int32_t* method) {
-  const void* procs = nullptr;
-  auto& registry = SuiteRegistry::Get();
-  if (registry.Acquire(pixmere::kQLRenderingMethodSuite, pixmere::kQLRenderingMethodSuiteVersion,
-                       &procs) != 0 ||
-      procs == nullptr)
-    return "the plug-in did not publish its rendering-method suite";
-  auto* suite = static_cast<const pixmere::QLRenderingMethodSuite*>(procs);
-  int32_t err = suite->GetQLRenderingMethodForFile(path.c_str(), method);
-  registry.Release(pixmere::kQLRenderingMethodSuite, pixmere::kQLRenderingMethodSuiteVersion);
-  if (err == pixmere::kQLErrKXEC) return "cannot be read";
-  if (err != 0) return "the rendering-method suite cannot examine it";
-  return {};
-}
-
-constexpr int16_t kSelectorAbout = 0;
-constexpr int16_t kSelectorReadFinish = 4;
-
 // Whether the file is one the swatch path serves: it begins with the swatch
-// exchange signature, or is named like one. Everything else never reaches
-// the plug-in's swatch check, which reads the whole file.
-bool LooksLikeSwatchFile(const std::string& path) {
+// exchange signature, or is named like one.
+bool LooksLikeSwatchFile(const PluginInput& input, const std::string& path) {
   if (path.size() > 4 && strcasecmp(path.c_str() + path.size() - 4, ".sxf") == 0) return true;
-  char head[4] = {};
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
-  bool swatch = read(fd, head, sizeof head) == 4 && std::memcmp(head, "SXFF", 4) == 0;
-  close(fd);
-  return swatch;
+  return input.Head(4) == "SXFF";
 }
 
 // A swatch's colour as printed: a tint is that share of the ink on white.
@@ -63,23 +35,12 @@ ChipColour OnPaper(const DisplaySwatch& swatch) {
 
 // The chips of a swatch book in their display colours, from the packet the
 // plug-in hands over on the XMP selector.
-std::string DrawSwatches(PluginMainProc entry, const std::string& path, int32_t size,
+std::string DrawSwatches(PluginMainProc entry, const PluginInput& input, int32_t size,
                          RgbImage* image) {
-  SessionOptions options;
-  options.fileType = pixmere::FourCC("SXF ");
-  HostSession session(entry, path, options);
-  if (!session.IsOpen()) return "cannot be read";
-  if (session.Call(pixmere::kSelectorFilterFile) != 0) return "not a swatch exchange file";
-  int16_t result = session.Call(pixmere::kSelectorXMP);
-  bool handedOver = false;
-  for (const auto& [field, value] : session.WrittenFields())
-    handedOver = handedOver || std::string(field->name) == "xmpHandle";
-  if (result != 0 || !handedOver)
-    return "damaged swatch file (result " + std::to_string(result) + ")";
+  std::string packet, error;
+  if (!RequestSwatchPacket(entry, input, &packet, &error)) return error;
   std::vector<DisplaySwatch> swatches;
-  std::string error;
-  if (!DisplaySwatchesFromPacket(session.HandleBytes(session.Record().xmpHandle), &swatches,
-                                 &error))
+  if (!DisplaySwatchesFromPacket(packet, &swatches, &error))
     return "unreadable swatch packet (" + error + ")";
   std::vector<ChipColour> chips;
   for (const DisplaySwatch& swatch : swatches)
@@ -89,28 +50,11 @@ std::string DrawSwatches(PluginMainProc entry, const std::string& path, int32_t 
   return {};
 }
 
-// Read start and read continue on the open session, as the host previews a
-// file. *found is false when the file has no embedded thumbnail (read start
-// refuses it).
-std::string ReadEmbedded(HostSession& session, RgbImage* image, bool* found) {
-  *found = false;
-  if (session.Call(pixmere::kSelectorReadStart) != 0) return {};
-  *found = true;
-  int16_t result = session.Call(pixmere::kSelectorReadContinue);
-  if (result != 0 || session.AdvanceCalls().size() != 1)
-    return "embedded preview damaged (result " + std::to_string(result) + ")";
-  const AdvanceCall& call = session.AdvanceCalls().front();
-  *image = RgbImage{call.right - call.left, call.bottom - call.top, call.pixels};
-  session.Call(kSelectorReadFinish);  // the plug-in gives back its suites
-  return {};
-}
-
 // The reader's own classifier decides which renderer the document needs.
-int32_t ClassifyDocument(const std::string& path) {
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return 0;
-  int32_t kind = QLThumbnail(fd).GetRenderingMethod();
-  close(fd);
+int32_t ClassifyDocument(const PluginInput& input) {
+  ::lseek(input.Descriptor(), 0, SEEK_SET);
+  int32_t kind = QLThumbnail(input.Descriptor()).GetRenderingMethod();
+  ::lseek(input.Descriptor(), 0, SEEK_SET);
   return kind;
 }
 
@@ -124,12 +68,14 @@ std::string RenderModulePath(PluginMainProc entry) {
          kRenderModuleName;
 }
 
-std::string RenderDocument(PluginMainProc entry, const std::string& path,
+std::string RenderDocument(PluginMainProc entry, const PluginInput& input,
                            const ThumbnailOptions& options, RgbImage* image) {
-  int32_t kind = ClassifyDocument(path);
+  int32_t kind = ClassifyDocument(input);
   if (kind != kQLDocumentPDF && kind != kQLDocumentPostScript)
     return "no embedded preview and no renderer for this kind of file";
   std::string module = RenderModulePath(entry);
+  // The child inherits the open input and reaches it through this name.
+  std::string document = input.DescriptorPath();
   int32_t size = options.size;
   // Loaded in the child only, under its limits.
   auto render = [&](RgbImage* out) -> std::string {
@@ -138,48 +84,40 @@ std::string RenderDocument(PluginMainProc entry, const std::string& path,
     auto proc = reinterpret_cast<RenderFirstPageProc>(dlsym(handle, kRenderFirstPageName));
     if (proc == nullptr) return "the renderer module has no entry";
     std::string reason;
-    proc(kind, path, size, out, &reason);
+    proc(kind, document, size, out, &reason);
     return reason;
   };
   return RunLimited(render, options.limits, size, image);
 }
 
-std::string ReadXmpJpeg(const std::string& path, RgbImage* image) {
+std::string ReadXmpJpeg(const PluginInput& input, RgbImage* image) {
   if (!xmptk::Initialize()) return "the XMP toolkit cannot start";
-  std::string error = ReadXmpJpegThumbnail(path, image);
+  std::string error = ReadXmpJpegThumbnail(input.DescriptorPath(), image);
   xmptk::Terminate();
+  ::lseek(input.Descriptor(), 0, SEEK_SET);
   return error;
 }
 
 }  // namespace
 
-std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
+std::string MakeThumbnail(PluginMainProc entry, const PluginInput& input, const std::string& path,
                           const ThumbnailOptions& options, RgbImage* image) {
-  if (LooksLikeSwatchFile(path)) {
-    return DrawSwatches(entry, path, options.size, image);
-  }
-  // A vector document, opened as the host opens one of its type: the code
-  // spares the plug-in sniffing the file for a swatch book on every call.
-  SessionOptions vector;
-  vector.fileType = pixmere::FourCC("EPSF");
-  vector.previewOpen = true;
-  HostSession session(entry, path, vector);
-  if (!session.IsOpen()) return "cannot be read";
-  session.Call(kSelectorAbout);  // the first call publishes the plug-in's suite
-
+  if (LooksLikeSwatchFile(input, path)) return DrawSwatches(entry, input, options.size, image);
   int32_t method = 0;
-  std::string error = AskRenderingMethod(path, &method);
-  if (!error.empty()) return error;
+  std::string error;
+  if (!AskRenderingMethod(entry, input, &method, &error)) return error;
   RgbImage picture;
   if (method == pixmere::kQLRenderingMethodXMPThumbnail) {
-    error = ReadXmpJpeg(path, &picture);
+    error = ReadXmpJpeg(input, &picture);
   } else if (method == pixmere::kQLRenderingMethodEmbeddedThumbnail) {
-    bool found = false;
-    error = ReadEmbedded(session, &picture, &found);
-    // Without an embedded thumbnail the document itself is drawn.
-    if (error.empty() && !found) error = RenderDocument(entry, path, options, &picture);
+    // A vector document, opened as the host opens one of its type: the code
+    // spares the plug-in sniffing the file for a swatch book. Without an
+    // embedded thumbnail the document itself is drawn.
+    if (!ReadPreview(entry, input, pixmere::FourCC("EPSF"), &picture, &error) &&
+        error.rfind("no embedded preview", 0) == 0)
+      error = RenderDocument(entry, input, options, &picture);
   } else {
-    error = RenderDocument(entry, path, options, &picture);
+    error = RenderDocument(entry, input, options, &picture);
   }
   if (!error.empty()) return error;
   *image = FitImage(picture, options.size);

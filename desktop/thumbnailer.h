@@ -8,7 +8,7 @@
 
 #include "desktop/limited_child.h"
 #include "pxhost/image_io.h"
-#include "sdk/plugin_main.h"
+#include "pxhost/plugin_requests.h"
 
 namespace pxhost {
 
@@ -21,7 +21,8 @@ struct ThumbnailOptions {
 // the reason, written for a person ("no embedded preview and
 // no renderer for this kind of file", "renderer ran over its 10 s time
 // limit", ...). The plug-in must be loaded (LoadPlugin).
-std::string MakeThumbnail(PluginMainProc entry, const std::string& path,
+// input is the file as the command opened it; nothing opens it again.
+std::string MakeThumbnail(PluginMainProc entry, const PluginInput& input, const std::string& path,
                           const ThumbnailOptions& options, RgbImage* image);
 
 }  // namespace pxhost

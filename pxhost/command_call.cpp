@@ -5,7 +5,7 @@
 #include <set>
 
 #include "pxhost/commands.h"
-#include "pxhost/file_session.h"
+#include "pxhost/plugin_requests.h"
 #include "pxhost/report.h"
 
 namespace pxhost {
@@ -45,12 +45,14 @@ int Call(PluginMainProc entry, const CallOptions& o) {
     options.withheld.insert(proc);
   }
   Report report(o.json);
-  FileSession opened(entry, o.file, options);
-  HostSession* session = opened.session();
-  if (session == nullptr) {
-    report.Refused(o.file, opened.Error());
+  PluginInput input(o.file);
+  if (!input.IsOpen()) {
+    report.Refused(o.file, input.Error());
     return report.ExitCode();
   }
+  // The one command that holds the session itself: showing what a single
+  // selector does to the record is what it is for.
+  auto session = std::make_unique<HostSession>(entry, input.Descriptor(), options);
   int16_t result = session->Call(int16_t(o.selector));
   nlohmann::json fields = nlohmann::json::object();
   std::string text = "result: " + std::to_string(result) + "\n";

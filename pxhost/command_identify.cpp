@@ -5,10 +5,8 @@
 
 #include "pxhost/batch.h"
 #include "pxhost/commands.h"
-#include "pxhost/file_session.h"
 #include "pxhost/input_files.h"
-#include "sdk/host_types.h"
-#include "sdk/selectors.h"
+#include "pxhost/plugin_requests.h"
 
 namespace pxhost {
 namespace {
@@ -16,17 +14,17 @@ namespace {
 int Identify(PluginMainProc entry, const InputOptions& o) {
   Report report(o.json);
   auto identify = [entry](size_t, const std::string& file, Report& report) {
-    SessionOptions options;
-    options.fileType = pixmere::FourCC("SXF ");
-    FileSession opened(entry, file, options);
-    if (opened.session() == nullptr) {
-      report.Refused(file, opened.Error());
+    PluginInput input(file);
+    if (!input.IsOpen()) {
+      report.Refused(file, input.Error());
       return;
     }
-    int16_t result = opened.session()->Call(pixmere::kSelectorFilterFile);
-    bool swatch = result == 0;
-    report.Done(file, {{"swatchExchangeFile", swatch}, {"code", result}},
-                file + ": " + (swatch ? "swatch exchange file" : "vector file"));
+    // Not a refusal: "no" is an answer. The reader's own words say why not.
+    std::string why;
+    int16_t result = FilterSwatchFile(entry, input, &why);
+    nlohmann::json answer{{"swatchExchangeFile", result == 0}, {"code", result}};
+    if (result != 0) answer["reason"] = why;
+    report.Done(file, answer, file + ": " + (result == 0 ? "swatch exchange file" : why));
   };
   RunBatch(ExpandInputs(o, report), Jobs(o), report, identify);
   return report.ExitCode();

@@ -5,11 +5,9 @@
 
 #include "pxhost/batch.h"
 #include "pxhost/commands.h"
-#include "pxhost/file_session.h"
 #include "pxhost/input_files.h"
+#include "pxhost/plugin_requests.h"
 #include "pxhost/report.h"
-#include "sdk/host_types.h"
-#include "sdk/selectors.h"
 #include "sdk/suites.h"
 
 namespace pxhost {
@@ -28,41 +26,19 @@ const char* MethodName(int32_t method) {
 
 int Method(PluginMainProc entry, const InputOptions& o) {
   Report report(o.json);
-  std::vector<std::string> files = ExpandInputs(o, report);
-  // The plug-in publishes its suite on its first call, whatever the file:
-  // make that call on no file at all.
-  {
-    SessionOptions options;
-    options.fileType = pixmere::FourCC("TEXT");
-    HostSession first(entry, -1, options);
-    first.Call(pixmere::kSelectorAbout);
-  }
-  const void* procs = nullptr;
-  auto& registry = SuiteRegistry::Get();
-  if (registry.Acquire(pixmere::kQLRenderingMethodSuite, pixmere::kQLRenderingMethodSuiteVersion,
-                       &procs) != 0 ||
-      procs == nullptr) {
-    std::fprintf(stderr, "pxhost: the plug-in did not publish \"%s\"\n",
-                 pixmere::kQLRenderingMethodSuite);
-    return kExitRefused;
-  }
-  auto* suite = static_cast<const pixmere::QLRenderingMethodSuite*>(procs);
-  auto ask = [suite](size_t, const std::string& file, Report& report) {
+  auto ask = [entry](size_t, const std::string& file, Report& report) {
+    PluginInput input(file);
     int32_t method = 0;
-    int32_t err = suite->GetQLRenderingMethodForFile(file.c_str(), &method);
-    if (err == pixmere::kQLErrKXEC) {
-      std::string why = InputProblem(file);
-      report.Refused(file, (why.empty() ? "cannot be read" : why) + " (KXEC)");
-    } else if (err != 0) {
-      report.Refused(file, "the rendering-method suite could not examine it (" +
-                               FourCCText(uint32_t(err)) + ")");
-    } else {
+    std::string why;
+    if (!input.IsOpen())
+      report.Refused(file, input.Error());
+    else if (!AskRenderingMethod(entry, input, &method, &why))
+      report.Refused(file, why);
+    else
       report.Done(file, {{"method", MethodName(method)}, {"code", method}},
                   file + ": " + MethodName(method));
-    }
   };
-  RunBatch(files, Jobs(o), report, ask);
-  registry.Release(pixmere::kQLRenderingMethodSuite, pixmere::kQLRenderingMethodSuiteVersion);
+  RunBatch(ExpandInputs(o, report), Jobs(o), report, ask);
   return report.ExitCode();
 }
 
@@ -70,9 +46,7 @@ int Method(PluginMainProc entry, const InputOptions& o) {
 
 CommandRun SetUpMethod(CLI::App& command) {
   auto o = std::make_shared<InputOptions>();
-  // The rendering-method suite is handed a file's name, never a descriptor:
-  // standard input has none it could open.
-  AddInputOptions(command, o.get(), false);
+  AddInputOptions(command, o.get());
   return [o](PluginMainProc entry) { return Method(entry, *o); };
 }
 

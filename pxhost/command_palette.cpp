@@ -2,21 +2,14 @@
 // in the palette formats of paint, layout and web programs, from the packet
 // the plug-in hands the host.
 #include <CLI/CLI.hpp>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 
-#include <unistd.h>
-
 #include "pxhost/atomic_output.h"
 #include "pxhost/commands.h"
-#include "pxhost/file_session.h"
 #include "pxhost/palette_formats.h"
+#include "pxhost/plugin_requests.h"
 #include "pxhost/report.h"
-#include "sdk/host_types.h"
-#include "swatchbook/vantor_swatch_book.h"
-#include "swatchio/data_filter_stream.h"
-#include "swatchio/sxf_reader.h"
 
 namespace pxhost {
 namespace {
@@ -28,24 +21,17 @@ struct PaletteOptions {
   bool json = false;
 };
 
-// The colour entries of the open file fd that the plug-in's reader steps over
-// because it does not know their colour model: they make no swatch, so the
-// packet never lists them. Read again with that reader, they are added as
-// swatches that cannot be shown, named, with the model's code as stored.
-void AddSteppedOverEntries(int fd, std::vector<DisplaySwatch>* swatches) {
-  VantorSwatchBook book;
-  DataFilterStream stream(fd);
-  SXFReader reader;
-  if (reader.Parse(book, stream, 0) == kSXFParsed)
-    for (const SXFReader::SteppedOver& e : reader.SteppedOverEntries()) {
-      DisplaySwatch s;
-      s.name.assign(size_t(e.name.GetUTF8(nullptr)), '\0');
-      e.name.GetUTF8(reinterpret_cast<unsigned char*>(s.name.data()));
-      s.name.resize(std::strlen(s.name.c_str()));
-      s.model = FourCCText(e.model);
-      swatches->push_back(std::move(s));
-    }
-  ::lseek(fd, 0, SEEK_SET);
+// The colour entries the plug-in's reader steps over because it does not
+// know their colour model: they make no swatch, so the packet never lists
+// them. They are added as swatches that cannot be shown, named, with the
+// model's code as stored.
+void AddSteppedOverEntries(const PluginInput& input, std::vector<DisplaySwatch>* swatches) {
+  for (SteppedOverEntry& e : SteppedOverEntries(input)) {
+    DisplaySwatch s;
+    s.name = std::move(e.name);
+    s.model = FourCCText(e.model);
+    swatches->push_back(std::move(s));
+  }
 }
 
 int Palette(PluginMainProc entry, const PaletteOptions& o) {
@@ -55,21 +41,19 @@ int Palette(PluginMainProc entry, const PaletteOptions& o) {
                stderr);
     return kExitUsage;
   }
-  SessionOptions options;
-  options.fileType = pixmere::FourCC("SXF ");
-  FileSession opened(entry, o.file, options);
-  if (opened.session() == nullptr) {
-    report.Refused(o.file, opened.Error());
+  PluginInput input(o.file);
+  if (!input.IsOpen()) {
+    report.Refused(o.file, input.Error());
     return report.ExitCode();
   }
   std::string packet, error;
   std::vector<DisplaySwatch> swatches;
-  if (!RequestSwatchPacket(opened, &packet, &error) ||
+  if (!RequestSwatchPacket(entry, input, &packet, &error) ||
       !DisplaySwatchesFromPacket(packet, &swatches, &error)) {
     report.Refused(o.file, error);
     return report.ExitCode();
   }
-  AddSteppedOverEntries(opened.Descriptor(), &swatches);
+  AddSteppedOverEntries(input, &swatches);
   std::string name = o.file == "-" ? "stdin" : std::filesystem::path(o.file).stem().string();
   std::string text = o.format == "json"  ? PaletteJson(name, swatches)
                      : o.format == "css" ? PaletteCss(swatches)

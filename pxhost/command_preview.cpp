@@ -8,11 +8,9 @@
 #include "pxhost/atomic_output.h"
 #include "pxhost/batch.h"
 #include "pxhost/commands.h"
-#include "pxhost/file_session.h"
 #include "pxhost/image_io.h"
 #include "pxhost/input_files.h"
-#include "pxhost/refusal_reason.h"
-#include "sdk/selectors.h"
+#include "pxhost/plugin_requests.h"
 
 namespace pxhost {
 namespace {
@@ -71,24 +69,13 @@ int Preview(PluginMainProc entry, const PreviewOptions& o) {
   for (const std::string& file : files)
     targets.push_back(toFolder ? TargetInFolder(out, file, &used) : out);
   auto preview = [&](size_t index, const std::string& file, Report& report) {
-    SessionOptions options;
-    options.previewOpen = true;
-    FileSession opened(entry, file, options);
-    HostSession* session = opened.session();
-    if (session == nullptr) {
-      report.Refused(file, opened.Error());
+    PluginInput input(file);
+    RgbImage image;
+    std::string why;
+    if (!input.IsOpen() || !ReadPreview(entry, input, 0, &image, &why)) {
+      report.Refused(file, input.IsOpen() ? why : input.Error());
       return;
     }
-    int16_t result = session->Call(pixmere::kSelectorReadStart);
-    if (result == 0) result = session->Call(pixmere::kSelectorReadContinue);
-    bool delivered = result == 0 && session->AdvanceCalls().size() == 1;
-    AdvanceCall call = delivered ? session->AdvanceCalls().front() : AdvanceCall{};
-    session->Call(pixmere::kSelectorReadFinish);  // the plug-in gives back its suites
-    if (!delivered) {
-      report.Refused(file, PreviewRefusal(opened.Descriptor(), result));
-      return;
-    }
-    RgbImage image{call.right - call.left, call.bottom - call.top, std::move(call.pixels)};
     const std::string& target = targets[index];
     std::string bytes;
     std::string err = EncodeImage(target, image, &bytes);

@@ -38,12 +38,8 @@ const std::vector<Command>& Commands() {
   return commands;
 }
 
-void AddInputOptions(CLI::App& command, InputOptions* options, bool standardInput) {
-  options->standardInput = standardInput;
-  command
-      .add_option("FILE", options->files,
-                  standardInput ? "input files; - is standard input (read once)"
-                                : "input files, by name (standard input is not read)")
+void AddInputOptions(CLI::App& command, InputOptions* options) {
+  command.add_option("FILE", options->files, "input files; - is standard input (read once)")
       ->required();
   command.add_flag("--json", options->json, "one JSON object per file (JSON Lines)");
   command.add_flag("-r,--recursive", options->recursive, "take the files in the folders named");
@@ -198,7 +194,9 @@ std::string BashCompletion(const CommandLine& line) {
   return script;
 }
 
-int RunCommandLine(int argc, const char* const* argv) {
+}  // namespace
+
+int RunPxhost(int argc, const char* const* argv) {
   CommandLine line;
   CLI::App& app = line.app;
   // Hidden: the build runs it to make the installed completion.
@@ -248,12 +246,6 @@ int RunCommandLine(int argc, const char* const* argv) {
   for (const auto& [sub, run] : line.runs)
     if (sub->parsed()) return run(entry);
   return UsageError("no command", "");
-}
-
-}  // namespace
-
-int RunPxhost(int argc, const char* const* argv) {
-  return FinishStandardOutput(RunCommandLine(argc, argv));
 }
 
 }  // namespace pxhost

@@ -36,11 +36,9 @@ struct InputOptions {
   bool recursive = false;
   bool followLinks = false;
   std::vector<std::string> extensions;
-  int jobs = 0;               // worker processes; 0: one per processor
-  bool standardInput = true;  // whether "-" names standard input
+  int jobs = 0;  // worker processes; 0: one per processor
 };
-// Adds FILE..., --json, -r, -L, --ext and -j to a command; standardInput
-// says whether the command reads standard input as "-".
-void AddInputOptions(CLI::App& command, InputOptions* options, bool standardInput = true);
+// Adds FILE..., --json, -r, -L, --ext and -j to a command.
+void AddInputOptions(CLI::App& command, InputOptions* options);
 
 }  // namespace pxhost

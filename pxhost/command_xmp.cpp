@@ -7,9 +7,8 @@
 #include "host/colour/colour_engine.h"
 #include "pxhost/atomic_output.h"
 #include "pxhost/commands.h"
-#include "pxhost/file_session.h"
+#include "pxhost/plugin_requests.h"
 #include "pxhost/report.h"
-#include "sdk/host_types.h"
 #include "xmp/toolkit.h"
 
 namespace pxhost {
@@ -58,17 +57,15 @@ int Xmp(PluginMainProc entry, const XmpOptions& o) {
                stderr);
     return kExitUsage;
   }
-  SessionOptions options;
-  options.fileType = pixmere::FourCC("SXF ");
   hostcolour::SetBindingOffered(!o.noBinding);
-  FileSession opened(entry, o.file, options);
-  if (opened.session() == nullptr) {
-    report.Refused(o.file, opened.Error());
+  PluginInput input(o.file);
+  if (!input.IsOpen()) {
+    report.Refused(o.file, input.Error());
     return report.ExitCode();
   }
   std::string packet, error;
   std::vector<std::string> jpegs;
-  if (!RequestSwatchPacket(opened, &packet, &error) ||
+  if (!RequestSwatchPacket(entry, input, &packet, &error) ||
       (!o.pages.empty() && !PageImages(packet, &jpegs, &error))) {
     report.Refused(o.file, error);
     return report.ExitCode();

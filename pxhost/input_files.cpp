@@ -66,9 +66,7 @@ std::vector<std::string> ExpandInputs(const InputOptions& options, Report& repor
   bool standardInputNamed = false;
   for (const std::string& file : options.files) {
     if (file == "-") {
-      if (!options.standardInput)
-        report.Refused(file, "standard input is not read by this command: name the file");
-      else if (standardInputNamed)
+      if (standardInputNamed)
         report.Refused(file, "standard input is named more than once; it is read once");
       else
         files.push_back(file);

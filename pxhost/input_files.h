@@ -16,7 +16,7 @@ namespace pxhost {
 // followed only with followLinks, each folder entered once (a link back up
 // the tree is not followed round). A folder that cannot be read is refused by
 // name and the walk goes on. "-" is standard input, which is read once: named
-// again, or named to a command that takes no standard input, it is refused.
+// again, it is refused.
 std::vector<std::string> ExpandInputs(const InputOptions& options, Report& report);
 
 // The worker processes -j asks for; without it, the processors this process

@@ -13,7 +13,7 @@
 
 #include "host/host_simulator.h"
 #include "pxhost/command_table.h"
-#include "pxhost/file_session.h"
+#include "pxhost/plugin_requests.h"
 #include "sdk/selectors.h"
 #include "tests/support/fixture_file.h"
 
@@ -62,25 +62,25 @@ TEST(CommandTable, UsageErrorsAndHelp) {
   EXPECT_NE(out.find("--output"), std::string::npos) << out;
 }
 
-// The session helper says why a file cannot be read and gives the plug-in a
+// An input says why a file cannot be read and gives the plug-in a
 // descriptor it can move about in, standard input included.
-TEST(FileSession, OpensFilesAndSaysWhyNot) {
+TEST(PluginInput, OpensFilesAndSaysWhyNot) {
   std::string error;
   PluginMainProc entry = pxhost::LoadPlugin(QL_MODULE, &error);
   ASSERT_NE(entry, nullptr) << error;
   qltest::DiskFile swatches("s.sxf",
                             Slurp(std::string(QL_SOURCE_DIR) + "/samples/swatches/basic.sxf"));
   std::string dir = std::filesystem::path(swatches.path()).parent_path();
-  EXPECT_EQ(pxhost::InputProblem(swatches.path()), "");
-  EXPECT_EQ(pxhost::InputProblem(dir), "is a directory");
-  EXPECT_EQ(pxhost::InputProblem(dir + "/missing"), "no such file");
-  EXPECT_EQ(pxhost::InputProblem("/dev/null"), "not a regular file");
-  EXPECT_EQ(pxhost::InputProblem(swatches.path() + "/below"),
-            "a component of the path is not a directory");
-
-  pxhost::FileSession missing(entry, dir + "/missing", {});
-  EXPECT_EQ(missing.session(), nullptr);
-  EXPECT_EQ(missing.Error(), "no such file");
+  auto problem = [](const std::string& path) {
+    pxhost::PluginInput input(path);
+    EXPECT_EQ(input.IsOpen(), input.Error().empty()) << path;
+    return input.Error();
+  };
+  EXPECT_EQ(problem(swatches.path()), "");
+  EXPECT_EQ(problem(dir), "is a directory");
+  EXPECT_EQ(problem(dir + "/missing"), "no such file");
+  EXPECT_EQ(problem("/dev/null"), "not a regular file");
+  EXPECT_EQ(problem(swatches.path() + "/below"), "a component of the path is not a directory");
 
   // Standard input from a pipe: copied so the plug-in can seek in it.
   int pipeEnds[2];
@@ -93,12 +93,14 @@ TEST(FileSession, OpensFilesAndSaysWhyNot) {
   dup2(pipeEnds[0], STDIN_FILENO);
   close(pipeEnds[0]);
   {
-    pxhost::FileSession piped(entry, "-", {});
+    pxhost::PluginInput piped("-");
     dup2(savedStdin, STDIN_FILENO);
     close(savedStdin);
-    ASSERT_NE(piped.session(), nullptr) << piped.Error();
+    ASSERT_TRUE(piped.IsOpen()) << piped.Error();
     EXPECT_EQ(lseek(piped.Descriptor(), 0, SEEK_END), off_t(bytes.size()));
-    EXPECT_EQ(piped.session()->Call(pixmere::kSelectorFilterFile), 0);
+    lseek(piped.Descriptor(), 0, SEEK_SET);
+    std::string why;
+    EXPECT_EQ(pxhost::FilterSwatchFile(entry, piped, &why), 0) << why;
   }
 }
 

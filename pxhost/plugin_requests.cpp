@@ -1,0 +1,251 @@
+#include "pxhost/plugin_requests.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "pxhost/atomic_output.h"
+#include "pxhost/report.h"
+#include "sdk/host_types.h"
+#include "sdk/selectors.h"
+#include "sdk/suites.h"
+#include "swatchbook/vantor_swatch_book.h"
+#include "swatchio/data_filter_stream.h"
+#include "swatchio/sxf_reader.h"
+#include "thumbnail/ql_thumbnail.h"
+
+namespace pxhost {
+namespace {
+
+// The reader holds the whole file in one heap block, which may not grow past
+// 256 MiB (the heap's own limit): a larger file is refused before parsing.
+constexpr int64_t kSwatchFileLimit = int64_t(256) << 20;
+
+// Opens path for reading without waiting on a named pipe; -1 with *reason.
+// A directory opens on Linux and fails at its first read: it is refused here.
+int OpenPath(const std::string& path, std::string* reason) {
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) {
+    *reason = SystemReason(errno);
+    return -1;
+  }
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    *reason = S_ISDIR(st.st_mode) ? SystemReason(EISDIR) : "not a regular file";
+    ::close(fd);
+    return -1;
+  }
+  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+  return fd;
+}
+
+// Standard input as a seekable descriptor: itself when it is a regular file,
+// else its bytes copied into an anonymous memory file.
+int OpenStandardInput(std::string* reason) {
+  struct stat st {};
+  if (::fstat(STDIN_FILENO, &st) == 0 && S_ISREG(st.st_mode) &&
+      ::lseek(STDIN_FILENO, 0, SEEK_CUR) >= 0)
+    return ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
+  int fd = ::memfd_create("pxhost-stdin", MFD_CLOEXEC);
+  if (fd < 0) {
+    *reason = SystemReason(errno);
+    return -1;
+  }
+  char buffer[64 * 1024];
+  for (;;) {
+    ssize_t n = ::read(STDIN_FILENO, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n == 0) break;
+    if (n < 0 || WriteAll(fd, buffer, size_t(n)) != 0) {
+      *reason = SystemReason(n < 0 ? errno : ENOSPC);
+      ::close(fd);
+      return -1;
+    }
+  }
+  ::lseek(fd, 0, SEEK_SET);
+  return fd;
+}
+
+// A reason with the plug-in's result code, when the code is an error.
+std::string WithResult(const std::string& reason, int16_t result) {
+  return result == 0 ? reason : reason + " (result " + std::to_string(result) + ")";
+}
+
+// Whether the last call handed the host a new XMP handle.
+bool HandedOverPacket(const HostSession& session) {
+  for (const auto& [field, value] : session.WrittenFields())
+    if (std::strcmp(field->name, "xmpHandle") == 0) return true;
+  return false;
+}
+
+std::string SwatchRefusal(const PluginInput& input, int16_t result) {
+  std::string fault = SwatchFault(input.Descriptor());
+  return WithResult(fault.empty() ? "refused by the plug-in" : fault, result);
+}
+
+SessionOptions SwatchSession() {
+  SessionOptions options;
+  options.fileType = pixmere::FourCC("SXF ");
+  return options;
+}
+
+}  // namespace
+
+PluginInput::PluginInput(const std::string& path) {
+  fd_ = path == "-" ? OpenStandardInput(&error_) : OpenPath(path, &error_);
+}
+
+PluginInput::~PluginInput() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+std::string PluginInput::DescriptorPath() const {
+  return "/proc/self/fd/" + std::to_string(fd_);
+}
+
+std::string PluginInput::Head(size_t bytes) const {
+  std::string head(bytes, '\0');
+  ssize_t n = fd_ < 0 ? -1 : ::pread(fd_, head.data(), bytes, 0);
+  head.resize(n < 0 ? 0 : size_t(n));
+  return head;
+}
+
+bool ReadPreview(PluginMainProc entry, const PluginInput& input, uint32_t fileType, RgbImage* image,
+                 std::string* reason) {
+  SessionOptions options;
+  options.fileType = fileType;
+  options.previewOpen = true;
+  HostSession session(entry, input.Descriptor(), options);
+  int16_t result = session.Call(pixmere::kSelectorReadStart);
+  bool started = result == 0;
+  if (started) result = session.Call(pixmere::kSelectorReadContinue);
+  bool delivered = result == 0 && session.AdvanceCalls().size() == 1;
+  if (delivered) {
+    AdvanceCall call = session.AdvanceCalls().front();
+    *image = RgbImage{call.right - call.left, call.bottom - call.top, std::move(call.pixels)};
+  }
+  session.Call(pixmere::kSelectorReadFinish);  // the plug-in gives back its suites
+  if (delivered) return true;
+  // Read start describes the preview it found: a refusal after it is a
+  // damaged one. A refusal at read start is told apart by the reader's own
+  // search for the preview's marker: whatever follows the marker is the
+  // plug-in's to judge.
+  bool marked = started;
+  if (!marked) {
+    marked = QLThumbnail(input.Descriptor()).ScanForString("%QL7_Thumbnail:") != 0;
+    ::lseek(input.Descriptor(), 0, SEEK_SET);
+  }
+  *reason = WithResult(marked ? "embedded preview damaged" : "no embedded preview", result);
+  return false;
+}
+
+int16_t FilterSwatchFile(PluginMainProc entry, const PluginInput& input, std::string* reason) {
+  HostSession session(entry, input.Descriptor(), SwatchSession());
+  int16_t result = session.Call(pixmere::kSelectorFilterFile);
+  if (result != 0) *reason = SwatchRefusal(input, 0);
+  return result;
+}
+
+bool RequestSwatchPacket(PluginMainProc entry, const PluginInput& input, std::string* packet,
+                         std::string* reason) {
+  HostSession session(entry, input.Descriptor(), SwatchSession());
+  int16_t result = session.Call(pixmere::kSelectorFilterFile);
+  if (result == 0) result = session.Call(pixmere::kSelectorXMP);
+  if (result != 0) {
+    *reason = SwatchRefusal(input, result);
+    return false;
+  }
+  if (!HandedOverPacket(session)) {
+    *reason = "the plug-in handed over no XMP packet";
+    return false;
+  }
+  *packet = session.HandleBytes(session.Record().xmpHandle);
+  return true;
+}
+
+bool AskRenderingMethod(PluginMainProc entry, const PluginInput& input, int32_t* method,
+                        std::string* reason) {
+  auto& registry = SuiteRegistry::Get();
+  const void* procs =
+      registry.Find(pixmere::kQLRenderingMethodSuite, pixmere::kQLRenderingMethodSuiteVersion);
+  if (procs == nullptr) {
+    // The plug-in publishes its suite on its first call, whatever the file.
+    SessionOptions options;
+    options.fileType = pixmere::FourCC("TEXT");
+    HostSession(entry, input.Descriptor(), options).Call(pixmere::kSelectorAbout);
+  }
+  if (registry.Acquire(pixmere::kQLRenderingMethodSuite, pixmere::kQLRenderingMethodSuiteVersion,
+                       &procs) != 0 ||
+      procs == nullptr) {
+    *reason =
+        std::string("the plug-in did not publish \"") + pixmere::kQLRenderingMethodSuite + "\"";
+    return false;
+  }
+  auto* suite = static_cast<const pixmere::QLRenderingMethodSuite*>(procs);
+  int32_t err = suite->GetQLRenderingMethodForFile(input.DescriptorPath().c_str(), method);
+  registry.Release(pixmere::kQLRenderingMethodSuite, pixmere::kQLRenderingMethodSuiteVersion);
+  ::lseek(input.Descriptor(), 0, SEEK_SET);
+  if (err == 0) return true;
+  *reason = (err == pixmere::kQLErrKXEC ? "cannot be read"
+                                        : "the rendering-method suite could not examine it") +
+            std::string(" (") + FourCCText(uint32_t(err)) + ")";
+  return false;
+}
+
+std::vector<SteppedOverEntry> SteppedOverEntries(const PluginInput& input) {
+  std::vector<SteppedOverEntry> entries;
+  VantorSwatchBook book;
+  DataFilterStream stream(input.Descriptor());
+  SXFReader reader;
+  if (reader.Parse(book, stream, 0) == kSXFParsed)
+    for (const SXFReader::SteppedOver& e : reader.SteppedOverEntries()) {
+      std::string name(size_t(e.name.GetUTF8(nullptr)), '\0');
+      e.name.GetUTF8(reinterpret_cast<unsigned char*>(name.data()));
+      name.resize(std::strlen(name.c_str()));
+      entries.push_back({std::move(name), e.model});
+    }
+  ::lseek(input.Descriptor(), 0, SEEK_SET);
+  return entries;
+}
+
+std::string SwatchFault(int fd) {
+  struct stat st {};
+  if (::fstat(fd, &st) == 0 && st.st_size > kSwatchFileLimit)
+    return "swatch file over the 256 MiB limit";
+  VantorSwatchBook book;
+  DataFilterStream stream(fd);
+  SXFReader reader;
+  std::string reason;
+  switch (reader.Parse(book, stream, 0)) {
+    case kSXFParsed:
+      break;
+    case kSXFBadSignature:
+      reason = "not a swatch exchange file (bad signature)";
+      break;
+    case kSXFBadVersion:
+      reason = "not a swatch exchange file (unknown major version)";
+      break;
+    case kSXFTruncated:
+      reason = reader.FailedBlock() == 0
+                   ? "damaged swatch file: the header is cut short"
+                   : "damaged swatch file: block " + std::to_string(reader.FailedBlock()) +
+                         " runs past the end";
+      break;
+    case kSXFTooManyBlocks:
+      reason = "damaged swatch file: more blocks than a swatch file may hold";
+      break;
+    case kSXFUnreadable:
+      reason = "cannot be read";
+      break;
+    default:
+      reason = "refused by the plug-in";
+  }
+  ::lseek(fd, 0, SEEK_SET);
+  return reason;
+}
+
+}  // namespace pxhost
