@@ -236,7 +236,8 @@ std::string SwatchFault(int fd) {
                          " runs past the end";
       break;
     case kSXFTooManyBlocks:
-      reason = "damaged swatch file: more blocks than a swatch file may hold";
+      reason = "damaged swatch file: more than " + std::to_string(kSXFMaxBlocks) +
+               " blocks, the most a swatch exchange file may hold";
       break;
     case kSXFUnreadable:
       reason = "cannot be read";
