@@ -5,7 +5,7 @@
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 
-.PHONY: all bootstrap build demo test release-check coverage bench soak fuzz format clean package integration
+.PHONY: all bootstrap build demo test release-check coverage bench soak fuzz format clean package lintian integration
 
 all: build
 
@@ -48,6 +48,11 @@ package: bootstrap
 	@cmake --build build/package -j $(JOBS)
 	@rm -f build/package/qlformat_*.deb
 	@cd build/package && cpack -G DEB | grep -v "^CPack: -"
+
+# The package checked as Debian's tools check it (lintian: no error, no
+# warning) and against the size the README gives.
+lintian: package
+	@scripts/check-package build/package/qlformat_*.deb
 
 # Installs the package, asks the desktop's thumbnailers for thumbnails of the
 # samples, removes the package. Needs root and apt.

@@ -6,6 +6,7 @@
 
 #include <cctype>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -93,8 +94,20 @@ bool AtomicOutput::Open(const std::string& target, const std::vector<std::string
   }
   std::filesystem::path path(target);
   std::string dir = path.has_parent_path() ? path.parent_path().string() : ".";
-  std::string temp = dir + "/." + path.filename().string() + ".XXXXXX";
+  // The temporary name is the target's with a dot before it and ".XXXXXX"
+  // after: the target's part is cut so the whole stays within the folder's
+  // name limit (255 bytes on Linux's file systems), which a legal target
+  // name may already reach.
+  std::string name = path.filename().string();
+  long nameMax = ::pathconf(dir.c_str(), _PC_NAME_MAX);
+  size_t limit = nameMax > 0 ? size_t(nameMax) : size_t(NAME_MAX);
+  constexpr size_t kAdded = sizeof(".") - 1 + sizeof(".XXXXXX") - 1;
+  if (name.size() + kAdded > limit && limit > kAdded) name.resize(limit - kAdded);
+  std::string temp = dir + "/." + name + ".XXXXXX";
   fd_ = ::mkstemp(temp.data());
+  // The target itself may be missing; a missing folder is the output's fault
+  // and is told so, not as a missing input.
+  if (fd_ < 0 && errno == ENOENT) return Fail("the output folder " + dir + " does not exist");
   if (fd_ < 0) return Fail(SystemReason(errno));
   temp_ = temp;
   ownsFd_ = true;

@@ -278,7 +278,7 @@ class Pool {
         report_.Unexpected(files_[emitted_], r.failure);
       } else {
         std::fwrite(r.out.data(), 1, r.out.size(), stdout);
-        std::fflush(stdout);
+        FlushStandardOutput();
         std::fwrite(r.err.data(), 1, r.err.size(), stderr);
         std::fflush(stderr);
         report_.Include(r.exitCode);

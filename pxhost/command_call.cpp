@@ -93,12 +93,12 @@ CommandRun SetUpCall(CLI::App& command) {
   command
       .add_option("--file-type", o->fileType,
                   "the host's four-character file type (default 0, unknown)")
+      ->type_name("CODE")
       ->default_val("0");
   command.add_flag("--no-preview-open", o->noPreviewOpen, "the host's preview flag is clear");
   command
-      .add_option("--withhold", o->withheld,
-                  "a host procedure the record leaves out: required1..4 or advance-state "
-                  "(repeatable)")
+      .add_option("--withhold", o->withheld, "a host procedure the record leaves out (repeatable)")
+      ->check(CLI::IsMember({"required1", "required2", "required3", "required4", "advance-state"}))
       ->allow_extra_args(false);
   command.add_flag("--json", o->json, "the outcome as one JSON object");
   return [o](PluginMainProc entry) { return Call(entry, *o); };

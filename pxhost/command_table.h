@@ -39,6 +39,6 @@ struct InputOptions {
   int jobs = 0;  // worker processes; 0: one per processor
 };
 // Adds FILE..., --json, -r, -L, --ext and -j to a command.
-void AddInputOptions(CLI::App& command, InputOptions* options, bool json = true);
+void AddInputOptions(CLI::App& command, InputOptions* options);
 
 }  // namespace pxhost

@@ -86,8 +86,10 @@ int RunThumbnail(PluginMainProc entry, const std::string& in, const std::string&
 
 CommandRun SetUpThumbnail(CLI::App& command) {
   auto a = std::make_shared<ThumbnailArgs>();
-  command.add_option("IN", a->in, "the file")->required();
-  command.add_option("OUT", a->out, "the PNG file to write, whatever its name")->required();
+  command.add_option("IN", a->in, "the file; - is standard input")->required();
+  command
+      .add_option("OUT", a->out, "the PNG file to write, whatever its name; - is standard output")
+      ->required();
   command.add_option("-s,--size", a->options.size, "longest side at most SIZE")
       ->check(CLI::Range(16, 4096))
       ->capture_default_str();

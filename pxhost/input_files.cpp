@@ -1,11 +1,13 @@
 #include "pxhost/input_files.h"
 
 #include <sched.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <set>
 #include <system_error>
 
 #include "pxhost/atomic_output.h"
@@ -30,35 +32,55 @@ bool ExtensionWanted(const fs::path& path, const std::vector<std::string>& exten
   return false;
 }
 
-void Walk(const std::string& folder, const InputOptions& options, Report& report,
+// The folders a walk has entered, by device and inode: with -L a link back
+// up the tree (sub/up -> ..) leads to a folder already seen, entered once.
+using Seen = std::set<std::pair<dev_t, ino_t>>;
+
+// Adds the wanted regular files under folder to out. A folder that cannot be
+// read is named, and the walk goes on with the rest.
+void Walk(const fs::path& folder, const InputOptions& options, Report& report, Seen* seen,
           std::vector<std::string>* out) {
+  struct stat st {};
+  if (::stat(folder.c_str(), &st) == 0 && !seen->insert({st.st_dev, st.st_ino}).second) return;
   std::error_code ec;
-  auto how = fs::directory_options::skip_permission_denied;
-  if (options.followLinks) how |= fs::directory_options::follow_directory_symlink;
-  std::vector<std::string> found;
-  fs::recursive_directory_iterator it(folder, how, ec), end;
+  fs::directory_iterator it(folder, ec), end;
+  std::vector<fs::path> folders;
   for (; !ec && it != end; it.increment(ec)) {
     std::error_code kindError;
-    bool regular = options.followLinks
-                       ? it->is_regular_file(kindError)
-                       : it->symlink_status(kindError).type() == fs::file_type::regular;
-    if (regular && ExtensionWanted(it->path(), options.extensions))
-      found.push_back(it->path().string());
+    fs::file_type type =
+        options.followLinks ? it->status(kindError).type() : it->symlink_status(kindError).type();
+    if (type == fs::file_type::directory)
+      folders.push_back(it->path());
+    else if (type == fs::file_type::regular && ExtensionWanted(it->path(), options.extensions))
+      out->push_back(it->path().string());
   }
-  if (ec) report.Refused(folder, SystemReason(ec.value()));
-  std::sort(found.begin(), found.end());
-  out->insert(out->end(), found.begin(), found.end());
+  if (ec) report.Refused(folder.string(), SystemReason(ec.value()));
+  std::sort(folders.begin(), folders.end());
+  for (const fs::path& sub : folders) Walk(sub, options, report, seen, out);
 }
 
 }  // namespace
 
 std::vector<std::string> ExpandInputs(const InputOptions& options, Report& report) {
   std::vector<std::string> files;
+  bool standardInputNamed = false;
   for (const std::string& file : options.files) {
+    if (file == "-") {
+      if (standardInputNamed)
+        report.Refused(file, "standard input is named more than once; it is read once");
+      else
+        files.push_back(file);
+      standardInputNamed = true;
+      continue;
+    }
     std::error_code ec;
-    if (options.recursive && file != "-" && fs::is_directory(file, ec))
-      Walk(file, options, report, &files);
-    else
+    if (options.recursive && fs::is_directory(file, ec)) {
+      std::vector<std::string> found;
+      Seen seen;
+      Walk(file, options, report, &seen, &found);
+      std::sort(found.begin(), found.end());
+      files.insert(files.end(), found.begin(), found.end());
+    } else
       files.push_back(file);
   }
   return files;

@@ -13,7 +13,10 @@ namespace pxhost {
 // Named files come as given (a folder without -r is refused later as "is a
 // directory"); a folder with -r gives its regular files, sorted, those whose
 // extension is in options.extensions when that is not empty, symbolic links
-// followed only with followLinks. A folder that cannot be walked is reported.
+// followed only with followLinks, each folder entered once (a link back up
+// the tree is not followed round). A folder that cannot be read is refused by
+// name and the walk goes on. "-" is standard input, which is read once: named
+// again, it is refused.
 std::vector<std::string> ExpandInputs(const InputOptions& options, Report& report);
 
 // The worker processes -j asks for; without it, the processors this process

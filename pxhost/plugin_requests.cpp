@@ -222,7 +222,8 @@ std::string SwatchFault(int fd) {
                  : "damaged swatch file: block " + std::to_string(survey.failedBlock) +
                        " runs past the end";
     case kSXFTooManyBlocks:
-      return "damaged swatch file: more blocks than a swatch file may hold";
+      return "damaged swatch file: more than " + std::to_string(kSXFMaxBlocks) +
+             " blocks, the most a swatch exchange file may hold";
     case kSXFUnreadable:
       return "cannot be read";
     default:

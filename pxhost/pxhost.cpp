@@ -8,8 +8,10 @@
 int main(int argc, char** argv) {
   // Whatever escapes a command (a library's exception, memory running out)
   // ends the run as a usage-level failure with a message, never an abort.
+  // Standard output is checked last, whatever the command: a write that
+  // failed is told and exits 2.
   try {
-    return pxhost::RunPxhost(argc, argv);
+    return pxhost::FinishStandardOutput(pxhost::RunPxhost(argc, argv));
   } catch (...) {
     std::fflush(stdout);
     std::fputs("pxhost: stopped by an unexpected failure; nothing more was done\n", stderr);

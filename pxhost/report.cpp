@@ -1,8 +1,41 @@
 #include "pxhost/report.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 
+#include "pxhost/atomic_output.h"
+
 namespace pxhost {
+namespace {
+
+// The errno value of standard output's first failed write: the stream keeps
+// only that one failed, not why.
+int gStandardOutputError = 0;
+
+}  // namespace
+
+void FlushStandardOutput() {
+  if (std::fflush(stdout) != 0 && gStandardOutputError == 0) gStandardOutputError = errno;
+}
+
+int FinishStandardOutput(int exitCode) {
+  FlushStandardOutput();
+  bool failed = std::ferror(stdout) != 0;
+  // A file system may report a failed write only when the file is closed.
+  // The descriptor is closed, not the stream: the C++ streams flush stdout
+  // once more at exit.
+  if (::close(STDOUT_FILENO) != 0 && errno != EBADF && !failed) {
+    failed = true;
+    gStandardOutputError = errno;
+  }
+  if (!failed) return exitCode;
+  // A write made through the C++ stream fails out of sight: no reason kept.
+  ErrorLine("standard output",
+            gStandardOutputError != 0 ? SystemReason(gStandardOutputError) : "cannot be written");
+  return kExitUsage;
+}
 
 std::string JsonLine(const nlohmann::json& value) {
   return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
@@ -26,14 +59,14 @@ void Report::Done(const std::string& file, const nlohmann::json& result, const s
     std::fputs(JsonLine({{"file", file}, {"ok", true}, {"result", result}}).c_str(), stdout);
   else if (!text.empty())
     std::fputs((text + "\n").c_str(), stdout);
-  std::fflush(stdout);
+  FlushStandardOutput();
 }
 
 void Report::Failed(const std::string& file, const std::string& reason, int exitCode) {
   // Standard output first, so a reader of both streams sees them in order.
   if (json_) {
     std::fputs(JsonLine({{"file", file}, {"ok", false}, {"error", reason}}).c_str(), stdout);
-    std::fflush(stdout);
+    FlushStandardOutput();
   }
   ErrorLine(file, reason);
   Include(exitCode);

@@ -48,4 +48,11 @@ std::string FourCCText(uint32_t code);
 // Prints the "pxhost: what: reason" line on standard error.
 void ErrorLine(const std::string& what, const std::string& reason);
 
+// Flushes standard output, keeping the reason of its first failed write.
+void FlushStandardOutput();
+// The last step of every run: standard output flushed and closed, so a write
+// that failed (a full disk, a descriptor closed under it) is told with one
+// line and exit code 2; otherwise exitCode.
+int FinishStandardOutput(int exitCode);
+
 }  // namespace pxhost

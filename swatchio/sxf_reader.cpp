@@ -24,7 +24,6 @@ using pixmere::FourCC;
 
 constexpr uint32_t kSignature = FourCC("SXFF");
 constexpr uint16_t kMajorVersion = 1;
-constexpr uint32_t kMaxBlocks = 10000;
 constexpr int32_t kFileHeapBytes = 65536;  // initial size and growth of the file buffer
 
 constexpr uint16_t kBlockColor = 0x0001;
@@ -207,7 +206,7 @@ SXFParseResult ReadHeader(Cursor& in, uint32_t* count) {
   if (!in.Take32(&version)) return kSXFTruncated;
   if (version >> 16 != kMajorVersion) return kSXFBadVersion;  // the minor version is free
   if (!in.Take32(count)) return kSXFTruncated;
-  return *count > kMaxBlocks ? kSXFTooManyBlocks : kSXFParsed;
+  return *count > kSXFMaxBlocks ? kSXFTooManyBlocks : kSXFParsed;
 }
 
 // A block's type and body length.

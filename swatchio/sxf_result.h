@@ -12,3 +12,7 @@ enum SXFParseResult : int32_t {
   kSXFTruncated = 5,
   kSXFTooManyBlocks = 6,
 };
+
+// The most blocks a swatch exchange file may hold: the format's limit, a
+// file that counts more is refused (kSXFTooManyBlocks).
+inline constexpr uint32_t kSXFMaxBlocks = 10000;

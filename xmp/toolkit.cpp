@@ -14,7 +14,9 @@
 #include <exempi/xmp.h>
 
 #include <charconv>
+#include <iostream>
 #include <map>
+#include <sstream>
 #include <utility>
 
 namespace xmptk {
@@ -28,8 +30,43 @@ constexpr int32_t kErrUnimplemented = 8;
 constexpr int32_t kErrBadSchema = 101;
 constexpr int32_t kErrBadXPath = 102;
 
+// The toolkit's C face prints every failure on std::cerr as well ("Host_IO::
+// Open, file permission error", its internal checks with a source file name,
+// "U+FFFE and U+FFFF are not allowed in XML"): a plug-in must not write on
+// its host's terminal. Every call into the toolkit runs with std::cerr sent
+// to a buffer, and the words become the thrown error's detail, for callers
+// to show where a person can act on them. Calls nest (a path check inside a
+// getter); the innermost buffer hears them.
+class Hushed {
+ public:
+  Hushed() : previous_(std::cerr.rdbuf(words_.rdbuf())), outer_(active_) { active_ = this; }
+  ~Hushed() {
+    std::cerr.rdbuf(previous_);
+    active_ = outer_;
+  }
+  Hushed(const Hushed&) = delete;
+  Hushed& operator=(const Hushed&) = delete;
+
+  // The last line the toolkit printed during the innermost call, if any.
+  static std::string Words() {
+    if (active_ == nullptr) return {};
+    std::string words = active_->words_.str();
+    while (!words.empty() && (words.back() == '\n' || words.back() == '\r')) words.pop_back();
+    size_t line = words.rfind('\n');
+    return line == std::string::npos ? words : words.substr(line + 1);
+  }
+
+ private:
+  std::ostringstream words_;
+  std::streambuf* previous_;
+  Hushed* outer_;
+  static inline Hushed* active_ = nullptr;  // one host thread: no lock
+};
+
 [[noreturn]] void Fail(const char* call, int32_t id) {
-  throw XMPError(id, std::string(call) + " failed (XMP toolkit error " + std::to_string(id) + ")");
+  std::string words = Hushed::Words();
+  throw XMPError(id, std::string(call) + " failed (XMP toolkit error " + std::to_string(id) + ")" +
+                         (words.empty() ? "" : ": " + words));
 }
 
 // For calls whose false result always means failure.
@@ -66,6 +103,7 @@ XmpPtr Meta(const std::unique_ptr<void, MetaHandleFree>& handle) {
 
 // The registered prefix of a namespace, with its colon ("xmpG:").
 std::string PrefixOf(const char* ns) {
+  const Hushed hushed;
   ToolkitString prefix;
   if (ns == nullptr || !Found(xmp_namespace_prefix(ns, prefix.get()), "namespace prefix"))
     Fail("unregistered schema namespace", kErrBadSchema);
@@ -75,6 +113,7 @@ std::string PrefixOf(const char* ns) {
 // Lets the toolkit parse the path: a malformed path, a prefix that does not
 // belong to schemaNS or an unregistered namespace throws.
 void CheckPath(const char* schemaNS, const std::string& path, const char* call) {
+  const Hushed hushed;
   std::unique_ptr<void, MetaHandleFree> scratch(xmp_new_empty());
   Found(xmp_has_property(Meta(scratch), schemaNS, path.c_str()), call);
 }
@@ -99,6 +138,7 @@ const char* XMPError::what() const noexcept {
 }
 
 bool Initialize() {
+  const Hushed hushed;
   if (gInitCount == 0 && !xmp_init()) return false;
   ++gInitCount;
   return true;
@@ -110,6 +150,7 @@ void Terminate() {
 }
 
 const char* NamespaceURI(const char* prefix) {
+  const Hushed hushed;
   // Node-based, so the returned pointers survive later insertions.
   static std::map<std::string, std::string> known;
   if (prefix == nullptr) Fail("NamespaceURI", kErrBadParam);
@@ -130,20 +171,22 @@ void FileHandleFree::operator()(void* handle) const {
   xmp_files_free(static_cast<XmpFilePtr>(handle));
 }
 
-XMPMeta::XMPMeta() : xmp_(xmp_new_empty()) {
+XMPMeta::XMPMeta() {
+  const Hushed hushed;
+  xmp_.reset(xmp_new_empty());
   Check(xmp_ != nullptr, "XMPMeta");
 }
 
-XMPMeta::XMPMeta(const char* buffer, uint32_t size)
-    : xmp_(size == 0           ? xmp_new_empty()
-           : buffer == nullptr ? nullptr
-                               : xmp_new(buffer, size)) {
+XMPMeta::XMPMeta(const char* buffer, uint32_t size) {
   if (buffer == nullptr && size != 0) Fail("XMPMeta parse", kErrBadParam);
+  const Hushed hushed;
+  xmp_.reset(size == 0 ? xmp_new_empty() : xmp_new(buffer, size));
   Check(xmp_ != nullptr, "XMPMeta parse");
 }
 
 void XMPMeta::AppendArrayItem(const char* schemaNS, const char* arrayName, uint32_t arrayOptions,
                               const char* itemValue, uint32_t itemOptions) {
+  const Hushed hushed;
   Check(
       xmp_append_array_item(Meta(xmp_), schemaNS, arrayName, arrayOptions, itemValue, itemOptions),
       "AppendArrayItem");
@@ -151,6 +194,7 @@ void XMPMeta::AppendArrayItem(const char* schemaNS, const char* arrayName, uint3
 
 void XMPMeta::SetProperty(const char* schemaNS, const char* propName, const char* value,
                           uint32_t options) {
+  const Hushed hushed;
   Check(xmp_set_property(Meta(xmp_), schemaNS, propName, value, options), "SetProperty");
 }
 
@@ -172,6 +216,7 @@ void XMPMeta::SetProperty_Float(const char* schemaNS, const char* propName, doub
 
 bool XMPMeta::GetProperty(const char* schemaNS, const char* propName, std::string* value,
                           uint32_t* options) const {
+  const Hushed hushed;
   ToolkitString text;
   uint32_t bits = 0;
   if (!Found(xmp_get_property(Meta(xmp_), schemaNS, propName, text.get(), &bits), "GetProperty"))
@@ -190,6 +235,7 @@ bool XMPMeta::GetStructField(const char* schemaNS, const char* structName, const
 
 void XMPMeta::SerializeToBuffer(std::string* packet, uint32_t options, uint32_t padding,
                                 const char* newline, const char* indent, int32_t baseIndent) const {
+  const Hushed hushed;
   if (packet == nullptr) Fail("SerializeToBuffer", kErrBadParam);
   ToolkitString text;
   Check(xmp_serialize_and_format(Meta(xmp_), text.get(), options, padding, newline, indent,
@@ -305,11 +351,14 @@ void DecodeFromBase64(const char* encodedStr, uint32_t encodedLen, std::string* 
 
 }  // namespace XMPUtils
 
-XMPFiles::XMPFiles() : file_(xmp_files_new()) {
+XMPFiles::XMPFiles() {
+  const Hushed hushed;
+  file_.reset(xmp_files_new());
   Check(file_ != nullptr, "XMPFiles");
 }
 
 bool XMPFiles::OpenFile(const char* path, uint32_t format, uint32_t openFlags) {
+  const Hushed hushed;
   if (path == nullptr) Fail("OpenFile", kErrBadParam);
   if (format != kXMP_UnknownFile) Fail("OpenFile (only format detection)", kErrUnimplemented);
   if (open_) Fail("OpenFile (a file is already open)", kErrBadObject);
@@ -321,6 +370,7 @@ bool XMPFiles::OpenFile(const char* path, uint32_t format, uint32_t openFlags) {
 
 bool XMPFiles::GetFileInfo(std::string* filePath, uint32_t* openFlags, uint32_t* format,
                            uint32_t* handlerFlags) const {
+  const Hushed hushed;
   if (!open_) return false;
   ToolkitString path;
   // The toolkit stores bit sets in these enum-typed out-parameters (handler
@@ -344,6 +394,7 @@ bool XMPFiles::GetFileInfo(std::string* filePath, uint32_t* openFlags, uint32_t*
 }
 
 bool XMPFiles::GetXMP(XMPMeta* meta) const {
+  const Hushed hushed;
   // The toolkit's C face crashes when asked without an open file.
   if (!open_) Fail("GetXMP (no open file)", kErrBadObject);
   if (meta == nullptr) Fail("GetXMP", kErrBadParam);

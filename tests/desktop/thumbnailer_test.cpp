@@ -269,7 +269,8 @@ TEST(ThumbnailFailure, OneLineNamingTheFileAndNothingAtOut) {
   fs::remove(fifo);
   Outcome out = Thumbnail(good.path() + " " + dir.string() + "/no/such/folder/t.png");
   EXPECT_EQ(out.status, 2);
-  EXPECT_EQ(out.out, "pxhost: " + dir.string() + "/no/such/folder/t.png: no such file\n");
+  EXPECT_EQ(out.out, "pxhost: " + dir.string() + "/no/such/folder/t.png: the output folder " +
+                         dir.string() + "/no/such/folder does not exist\n");
   EXPECT_EQ(Thumbnail(good.path() + " " + good.path()).status, 2);  // never over the input
   EXPECT_TRUE(fs::exists(good.path()));
   EXPECT_EQ(Thumbnail("-s 8 " + good.path() + " t.png").status, 2);

@@ -1,32 +1,70 @@
 #!/usr/bin/env bash
-# The bash completion offers commands, each command's options and the values
-# of options that take a fixed set, as bash-completion runs it.
+# The bash completion the build made from pxhost's command table, run by
+# bash-completion itself: commands, each command's options (long and short),
+# the values of options that take a fixed set, files where a path goes and
+# nothing where a number goes. Every value offered is one pxhost accepts.
 set -uo pipefail
 script=$1
+pxhost=$2
 source /usr/share/bash-completion/bash_completion
 source "$script"
 
 failed=0
-expect() {  # expect "WANTED REPLY" WORDS... (the last word is being completed)
-  local want=$1
-  shift
+complete_words() {  # complete_words WORDS... (the last word is being completed)
   COMP_WORDS=("$@")
   COMP_CWORD=$(($# - 1))
   COMP_LINE="$*"
   COMP_POINT=${#COMP_LINE}
   COMPREPLY=()
   _pxhost
+}
+expect() {  # expect "WANTED REPLY" WORDS...
+  local want=$1
+  shift
+  complete_words "$@"
   if [ "${COMPREPLY[*]}" != "$want" ]; then
     echo "completing '$*': got '${COMPREPLY[*]}', want '$want'"
     failed=1
   fi
 }
 
+cd "$(mktemp -d)" || exit 1
+touch book.sxf page.ps
 expect "thumbnail" pxhost th
-expect "--plugin --version --help" pxhost -
-expect "--help --plugin -s --no-render --time-limit --memory-limit --render-unconfined" pxhost thumbnail -
+expect "-h --help --version --plugin" pxhost -
 expect "gpl json css" pxhost --plugin x.so palette -f ""
-expect "--help --plugin --json -r -L --ext -j --jobs" pxhost --plugin x.so identify -
+expect "gpl json css" pxhost palette --format ""
+expect "json" pxhost palette --format=j
+expect "--output" pxhost palette --ou
+expect "--recursive" pxhost identify --rec
+expect "--follow" pxhost method --fo
+expect "--size" pxhost thumbnail --si
+expect "" pxhost thumbnail -s ""
+expect "" pxhost preview -j ""
+expect "" pxhost identify --ext ""
+expect "" pxhost call --file-type ""
+expect "page.ps" pxhost preview --output p
+expect "book.sxf" pxhost palette b
 expect "required1 required2 required3 required4 advance-state" pxhost call 2 f.pdf --withhold ""
 expect "preview" pxhost help pre
+
+# Each command offers exactly the options its help lists, and every value
+# offered for an option is taken by pxhost.
+for command in $(complete_words pxhost ""; echo "${COMPREPLY[*]}"); do
+  [ "$command" = help ] && continue
+  complete_words pxhost "$command" -
+  offered=$(printf '%s\n' "${COMPREPLY[@]}" | grep -v '^--plugin$' | sort)
+  listed=$("$pxhost" "$command" --help | grep -oE '^  +(-[A-Za-z],)?--?[A-Za-z][-A-Za-z]*' |
+    tr ',' '\n' | tr -d ' ' | sort)
+  if [ "$offered" != "$listed" ]; then
+    echo "$command: offered $(echo $offered), help lists $(echo $listed)"
+    failed=1
+  fi
+done
+for value in gpl json css; do
+  "$pxhost" palette --format "$value" --help >/dev/null || failed=1
+done
+for value in required1 required2 required3 required4 advance-state; do
+  "$pxhost" call 2 book.sxf --withhold "$value" --help >/dev/null || failed=1
+done
 exit $failed

@@ -3,6 +3,7 @@
 // every CSS declaration checked.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -194,6 +195,45 @@ TEST(Palette, UnknownModelsAreNamedAndCounted) {
   EXPECT_EQ(palette["skipped"], 1);
   ASSERT_EQ(palette["swatches"].size(), 2u);
   EXPECT_EQ(palette["swatches"][1]["name"], "Ink");
+}
+
+// A name XML cannot hold makes the XMP toolkit print its own words on
+// standard error; a refusal is still the one line `pxhost: FILE: reason`.
+TEST(Palette, ToolkitWordsStayOffTheTerminal) {
+  std::string sxf, error;
+  ASSERT_TRUE(sxfwrite::BuildSxf(nlohmann::json::parse(R"({"blocks": [
+      {"swatch": "Bad\ufffe", "model": "RGB ", "values": [1, 0, 0]}]})"),
+                                 &sxf, &error))
+      << error;
+  qltest::DiskFile book("bad.sxf", sxf);
+  Outcome r =
+      qltest::Shell("{ " + std::string(QL_PXHOST) + " xmp " + book.path() + " >/dev/null; }");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
+  EXPECT_EQ(r.out.rfind("pxhost: " + book.path() + ": ", 0), 0u) << r.out;
+}
+
+// The format's limit of 10000 blocks is said in the refusal, the same from
+// every command.
+TEST(Palette, TheBlockLimitIsSaid) {
+  nlohmann::json blocks = nlohmann::json::array();
+  for (int n = 0; n < 10001; ++n)
+    blocks.push_back({{"swatch", "s"}, {"model", "RGB "}, {"values", {0, 0, 0}}});
+  std::string sxf, error;
+  ASSERT_TRUE(sxfwrite::BuildSxf(nlohmann::json{{"blocks", blocks}}, &sxf, &error)) << error;
+  qltest::DiskFile book("big.sxf", sxf);
+  for (std::string command : {"palette", "xmp"}) {
+    Outcome r = qltest::Shell("{ " + std::string(QL_PXHOST) + " " + command + " " + book.path() +
+                              " >/dev/null; }");
+    EXPECT_EQ(r.status, 1) << command;
+    EXPECT_NE(r.out.find(": damaged swatch file: more than 10000 blocks, the most a swatch "
+                         "exchange file may hold"),
+              std::string::npos)
+        << command << ": " << r.out;
+  }
+  // identify answers on standard output: the file is not one it takes.
+  EXPECT_NE(PxhostOut("identify " + book.path()).out.find("more than 10000 blocks"),
+            std::string::npos);
 }
 
 }  // namespace

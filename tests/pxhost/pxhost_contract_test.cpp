@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -99,6 +100,38 @@ TEST(PxhostContract, ExitCodesAreTheSameForEveryCommand) {
   EXPECT_TRUE(Has(version, "pxhost ")) << version.out;
 }
 
+// Standard output that cannot be written (a full disk) fails every command
+// and help with one line and exit code 2, never a silent 0.
+Outcome ToFullDisk(const std::string& args) {
+  return qltest::Shell("{ " + std::string(QL_PXHOST) + " " + args + " >/dev/full; }");
+}
+TEST(PxhostContract, AFailedStandardOutputIsTold) {
+  qltest::DiskFile page("page.ps", Vector(2, 2));
+  for (const std::string& args : std::vector<std::string>{
+           "identify " + kSwatches, "method " + page.path(), "call 17 " + kSwatches, "--help",
+           "--version", "help", "help method", "method --help",
+           "identify -j 2 " + kSwatches + " " + kSwatches, "palette " + kSwatches}) {
+    Outcome r = ToFullDisk(args);
+    EXPECT_EQ(r.status, 2) << args;
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << args << "\n" << r.out;
+    EXPECT_EQ(r.out.rfind("pxhost: ", 0), 0u) << args << "\n" << r.out;
+  }
+  EXPECT_EQ(ToFullDisk("identify " + kSwatches).out,
+            "pxhost: standard output: no space left on device\n");
+}
+
+// `pxhost help` lists the commands; help on a command names it as typed.
+TEST(PxhostContract, HelpNamesCommandsAsTyped) {
+  Outcome r = PxhostOut("help");
+  EXPECT_EQ(r.status, 0);
+  for (const char* command :
+       {"preview", "method", "identify", "xmp", "call", "thumbnail", "palette"})
+    EXPECT_TRUE(Has(r, "  " + std::string(command) + " ")) << r.out;
+  EXPECT_FALSE(Has(r, "Usage: pxhost help")) << r.out;  // not the help command's own usage
+  EXPECT_TRUE(Has(PxhostOut("help preview"), "Usage: pxhost preview [OPTIONS]"));
+  EXPECT_TRUE(Has(PxhostOut("preview --help"), "Usage: pxhost preview [OPTIONS]"));
+}
+
 // A folder is refused as every command refuses it, before the suite is
 // asked, and a relative path whose first component is one character long is
 // examined like any other.
@@ -123,6 +156,17 @@ TEST(PxhostContract, RefusalsSayWhy) {
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(Has(r, ": damaged swatch file: block ")) << r.out;
   EXPECT_TRUE(Has(r, " runs past the end (result -30501)")) << r.out;
+  // The same file gets the same reason from every command that refuses it.
+  for (std::string command : {"palette " + kTruncated, "thumbnail " + kTruncated + " /dev/null"}) {
+    Outcome other = Pxhost(command);
+    EXPECT_EQ(other.status, 1) << command;
+    EXPECT_EQ(other.out, r.out) << command;
+  }
+  // A refusal whose result code is 0 (no error) gives no code: "result 0"
+  // reads like success.
+  r = Pxhost("preview " + kSwatches + " -o /dev/null");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_FALSE(Has(r, "result")) << r.out;
 
   // Over the reader's 256 MiB limit (a sparse file: no disk space is used).
   qltest::DiskFile big("big.sxf", "SXFF");
@@ -228,9 +272,31 @@ TEST(PxhostContract, FolderWalks) {
   r = PxhostOut("identify -r -L --ext .sxf " + (dir / "b").string());
   EXPECT_EQ(r.out, (dir / "b/link/linked.sxf").string() + ": swatch exchange file\n" +
                        (dir / "b/one.SXF").string() + ": swatch exchange file\n");
+  // A link back up the tree: each folder is entered once.
+  fs::create_directory_symlink("..", dir / "elsewhere/up");
+  r = PxhostOut("identify -r -L --ext sxf " + (dir / "elsewhere").string());
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, (dir / "elsewhere/linked.sxf").string() + ": swatch exchange file\n" +
+                       (dir / "elsewhere/up/b/one.SXF").string() + ": swatch exchange file\n");
 }
 
-// Paths the file system refuses are reported, never thrown.
+// "-" is standard input for every command, read once.
+TEST(PxhostContract, StandardInputIsReadOnce) {
+  Outcome r = qltest::Shell(std::string(QL_PXHOST) + " identify - - < " + kSwatches);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out,
+            "pxhost: -: standard input is named more than once; it is read once\n"
+            "-: swatch exchange file\n");
+  qltest::DiskFile page("page.ps", Vector(2, 2));
+  r = qltest::Shell("cat " + page.path() + " | " + QL_PXHOST + " method -");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "-: embedded-thumbnail\n");
+  r = qltest::Shell("cat " + page.path() + " | " + QL_PXHOST + " thumbnail - - | head -c 4");
+  EXPECT_EQ(r.out, "\x89PNG");
+  for (const char* command : {"method", "thumbnail", "identify"})
+    EXPECT_TRUE(Has(PxhostOut(std::string(command) + " --help"), "- is standard input")) << command;
+}
+
 TEST(PxhostContract, HostilePathsAreReported) {
   qltest::DiskFile page("page.ps", Vector(2, 2));
   std::string longName(300, 'n');
@@ -243,6 +309,20 @@ TEST(PxhostContract, HostilePathsAreReported) {
   r = Pxhost("identify /tmp/" + longName);
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(Has(r, "file name too long")) << r.out;
+
+  // The longest names a folder takes: the temporary file beside them fits too.
+  fs::path dir = fs::path(page.path()).parent_path();
+  for (size_t length : {249, 255}) {
+    fs::path out = dir / (std::string(length - 4, 'n') + ".png");
+    r = Pxhost("preview " + page.path() + " -o " + out.string());
+    EXPECT_EQ(r.status, 0) << length << r.out;
+    EXPECT_TRUE(fs::exists(out)) << length;
+  }
+  // A missing output folder is the output's fault, not a missing input.
+  r = Pxhost("palette " + kSwatches + " -o " + (dir / "nodir/x.gpl").string());
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.out, "pxhost: " + (dir / "nodir/x.gpl").string() + ": the output folder " +
+                       (dir / "nodir").string() + " does not exist\n");
 }
 
 // What the file system refuses a user: root reads and writes everywhere, so
@@ -281,6 +361,16 @@ TEST(PxhostContract, PermissionDenied) {
   r = qltest::Shell(as + QL_PXHOST + " identify " + secret.path() + " " + page.path());
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out, "pxhost: " + secret.path() + ": permission denied\n" + page.path() +
+                       ": not a swatch exchange file (bad signature)\n");
+  // The rendering-method suite opens the file through the XMP toolkit, whose
+  // own words stay off the terminal.
+  r = qltest::Shell(as + QL_PXHOST + " method " + secret.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "pxhost: " + secret.path() + ": permission denied\n");
+  // -r names a folder it may not read and goes on with the rest.
+  r = qltest::Shell(as + QL_PXHOST + " identify -r --ext ps " + dir.string());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "pxhost: " + locked.string() + ": permission denied\n" + page.path() +
                        ": not a swatch exchange file (bad signature)\n");
   fs::permissions(locked, fs::perms::owner_all);
 }

@@ -29,7 +29,9 @@ const char kUsage[] =
     "Flags: 001 grey (from grey or RGB input), 002 RGB, 020 RGB with a leading extra byte\n"
     "(the alpha, or zero), 004 CMYK (CMYK input); 010 interleaved or 008 planar rows;\n"
     "080 reverses the channel order (B, G, R or K, Y, M, C). --progressive adds 400.\n"
-    "--table-method 0 or 1 writes the quantisation tables with 16-bit entries.\n";
+    "--table-method 0 or 1 writes the quantisation tables with 16-bit entries.\n"
+    "CMYK samples are stored inverted (255 is no ink), as decoders read four-component\n"
+    "files: a PAM's cyan decodes as cyan.\n";
 
 enum class Kind { kGrey, kRgb, kRgba, kCmyk };
 
@@ -144,12 +146,16 @@ bool MakeRows(const Image& img, uint32_t flags, std::vector<uint8_t>& rows, uint
     order = reverse && !planar ? std::vector<int>{3, 2, 1, 0} : std::vector<int>{0, 1, 2, 3};
   }
   const size_t n = order.size();
+  // Decoders (libjpeg's readers, and the programs built on them) take the
+  // samples of a four-component file as inverted ink, 255 for none: the
+  // encoder stores what it is handed, so it is handed them that way.
+  const uint8_t flip = img.kind == Kind::kCmyk ? 0xFF : 0;
   stride = uint32_t(w * n);
   rows.assign(pixelCount * n, 0);
   for (size_t i = 0; i < pixelCount; ++i) {
     const size_t y = i / (w ? w : 1), x = i - y * w;
     for (size_t k = 0; k < n; ++k) {
-      const uint8_t v = order[k] < 0 ? 0 : in(i, order[k]);
+      const uint8_t v = order[k] < 0 ? 0 : uint8_t(in(i, order[k]) ^ flip);
       rows[y * stride + (planar ? k * w + x : x * n + k)] = v;
     }
   }
