@@ -73,10 +73,10 @@ std::string WithResult(const std::string& reason, int16_t result) {
   return result == 0 ? reason : reason + " (result " + std::to_string(result) + ")";
 }
 
-// Whether the last call handed the host a new XMP handle.
-bool HandedOverPacket(const HostSession& session) {
+// Whether the last call wrote the record field of that name.
+bool Wrote(const HostSession& session, const char* name) {
   for (const auto& [field, value] : session.WrittenFields())
-    if (std::strcmp(field->name, "xmpHandle") == 0) return true;
+    if (std::strcmp(field->name, name) == 0) return true;
   return false;
 }
 
@@ -119,7 +119,9 @@ bool ReadPreview(PluginMainProc entry, const PluginInput& input, uint32_t fileTy
   options.previewOpen = true;
   HostSession session(entry, input.Descriptor(), options);
   int16_t result = session.Call(pixmere::kSelectorReadStart);
-  bool started = result == 0;
+  // A file the plug-in takes as a swatch book answers the read selectors
+  // without describing an image.
+  bool started = result == 0 && Wrote(session, "imageWidth");
   if (started) result = session.Call(pixmere::kSelectorReadContinue);
   bool delivered = result == 0 && session.AdvanceCalls().size() == 1;
   if (delivered) {
@@ -156,7 +158,7 @@ bool RequestSwatchPacket(PluginMainProc entry, const PluginInput& input, std::st
     *reason = SwatchRefusal(input, result);
     return false;
   }
-  if (!HandedOverPacket(session)) {
+  if (!Wrote(session, "xmpHandle")) {
     *reason = "the plug-in handed over no XMP packet";
     return false;
   }

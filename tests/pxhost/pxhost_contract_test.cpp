@@ -183,6 +183,13 @@ TEST(PxhostContract, RefusalsSayWhy) {
   r = Pxhost("preview " + damaged.path() + " -o " + damaged.path() + ".png");
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(Has(r, ": embedded preview damaged (result -30501)")) << r.out;
+
+  // A swatch book answers the read selectors without describing an image:
+  // it has no preview, nothing of it is damaged.
+  std::string book = std::string(QL_SOURCE_DIR) + "/samples/swatches/basic.sxf";
+  r = Pxhost("preview " + book + " -o " + damaged.path() + ".png");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "pxhost: " + book + ": no embedded preview\n");
 }
 
 // --json: one object per input, good, refused and missing alike; a name that
