@@ -11,12 +11,9 @@
 // Ghostscript's EPS writer, each when installed), of one drawing, timed in
 // the same rotation beside the embedded-preview file, with and without
 // rendering: which picture each kind gives, at what cost.
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -24,49 +21,20 @@
 #include <string>
 #include <vector>
 
+#include "bench/desktop/whole_process.h"
 #include "pxhost/image_io.h"
 #include "tools/doseps/doseps_writer.h"
 #include "tools/ql7embed/ql7_writer.h"
 
-extern char** environ;
-
 namespace {
 
 namespace fs = std::filesystem;
+using benchproc::Defaced;
+using benchproc::Median;
+using benchproc::RunSeconds;
+using benchproc::Write;
 
 constexpr int kRounds = 15;
-
-double RunSeconds(const std::vector<std::string>& args) {
-  std::vector<char*> argv;
-  for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-  argv.push_back(nullptr);
-  auto start = std::chrono::steady_clock::now();
-  pid_t pid = 0;
-  int status = 0;
-  if (posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0 ||
-      waitpid(pid, &status, 0) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-    std::fprintf(stderr, "bench: failed: %s %s\n", args[0].c_str(), args[2].c_str());
-    std::exit(1);
-  }
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double Median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v.size() % 2 ? v[v.size() / 2] : (v[v.size() / 2 - 1] + v[v.size() / 2]) / 2;
-}
-
-void Write(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
-}
-
-// The same bytes with "%QL7_Thumbnail:" turned into a keyword the reader
-// does not know, so the PostScript carries no embedded preview.
-std::string Defaced(std::string file) {
-  size_t at = file.find("%QL7_Thumbnail:");
-  if (at != std::string::npos) file[at + 1] = 'X';
-  return file;
-}
 
 bool Have(const std::string& program) {
   return std::system(("command -v " + program + " >/dev/null 2>&1").c_str()) == 0;
