@@ -4,7 +4,6 @@
 #include <strings.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <vector>
@@ -194,12 +193,10 @@ std::string MakeThumbnail(PluginMainProc entry, const PluginInput& input, const 
   };
 
   using Source = std::function<SourceResult(RgbImage*)>;
-  std::vector<Source> chain = {embedded, xmpJpeg, colourPreview, renderedPage, sketch};
-  // What the suite names comes first: a document that says it is a PDF is
-  // its own picture, and a JPEG in the XMP is what its maker chose to show.
-  if (method == pixmere::kQLRenderingMethodPDF)
-    std::rotate(chain.begin(), chain.begin() + 3, chain.begin() + 4);
-  if (method == pixmere::kQLRenderingMethodXMPThumbnail) std::swap(chain[0], chain[1]);
+  // The thumbnailer's own order, whatever the suite would have the host do:
+  // the pictures the file carries, best first, before any interpreter runs;
+  // a sketch only when nothing better comes.
+  const std::vector<Source> chain = {embedded, xmpJpeg, colourPreview, renderedPage, sketch};
 
   // A damaged or refused source hands over to the next; the last reason is
   // the one told.

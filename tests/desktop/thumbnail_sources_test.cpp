@@ -131,6 +131,9 @@ TEST(ThumbnailChoice, XmpJpegsUpTo8192PixelsASide) {
     std::string file = ql7::VectorFile(Grey(4, 4), o);
     pxhost::RgbImage picture;
     EXPECT_EQ(XmpSource(file, &picture), c.taken ? "" : "JPEG thumbnail too large");
+    // Taken, the picture is the JPEG's once the embedded preview, which comes
+    // first, is gone (its keyword defaced).
+    if (c.taken) file[file.find("%QL7_Thumbnail:") + 1] = 'X';
     Result run = Make("doc.pdf", file, "-s 64");
     if (c.taken) {
       EXPECT_EQ(run.outcome.status, 0) << run.outcome.out;

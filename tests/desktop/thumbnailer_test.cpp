@@ -128,7 +128,15 @@ TEST(ThumbnailSource, XmpJpegThumbnailIsDecoded) {
   o.pdf = true;
   o.xmpJpeg = jpegtest::Encode(source, 12);
   o.xmpJpegThumbnail = true;
-  Result run = Make("doc.pdf", ql7::VectorFile(Solid(8, 8, 255, 0, 0), o));
+  std::string file = ql7::VectorFile(Solid(8, 8, 255, 0, 0), o);
+  // The embedded preview comes first in the chain.
+  Result first = Make("doc.pdf", file);
+  ASSERT_EQ(first.outcome.status, 0) << first.outcome.out;
+  EXPECT_EQ(std::tuple(first.image.width, first.image.height), std::tuple(8, 8));
+  ExpectNear(first.image, 4, 4, {255, 0, 0}, 4);
+  // Without it (its keyword defaced, the file's offsets kept), the JPEG.
+  file[file.find("%QL7_Thumbnail:") + 1] = 'X';
+  Result run = Make("doc.pdf", file);
   ASSERT_EQ(run.outcome.status, 0) << run.outcome.out;
   EXPECT_EQ(std::tuple(run.image.width, run.image.height), std::tuple(48, 24));
   ExpectNear(run.image, 24, 12, {30, 160, 90}, 4);  // the JPEG's colour, not the page's red
