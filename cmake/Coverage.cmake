@@ -4,6 +4,7 @@
 # leaving by _exit, just before).
 if(QL_COVERAGE)
   add_compile_options(--coverage -O0 -g)
-  add_compile_definitions(QL_COVERAGE)  # common/coverage_counts.h
+  add_compile_definitions(QL_COVERAGE  # common/coverage_counts.h
+                          QL_COVERAGE_COUNTS_DIR="${PROJECT_BINARY_DIR}")
   add_link_options(--coverage)
 endif()

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstdint>
 
+#include "common/coverage_counts.h"
 #include "pxhost/atomic_output.h"
 
 namespace pxhost {
@@ -143,6 +144,11 @@ std::string RestrictPaths(const PathRules& rules) {
     if (error.empty()) error = AllowPath(ruleset, path, kFsRead, attr.handledFs);
   for (const std::string& path : rules.write)
     if (error.empty()) error = AllowPath(ruleset, path, kFsRead | kFsWrite, attr.handledFs);
+  // The coverage build's counts are written as each process ends, confined
+  // or not (nothing in other builds).
+  std::string counts = ql::CoverageCountsFolder();
+  if (error.empty() && !counts.empty())
+    error = AllowPath(ruleset, counts, kFsRead | kFsWrite, attr.handledFs);
   if (error.empty() && syscall(SYS_landlock_restrict_self, ruleset, 0) != 0)
     error = SystemReason(errno);
   close(ruleset);
