@@ -60,9 +60,9 @@ const char* const kSystemReadable[] = {
     "/dev/urandom",
 };
 
-// The steps in the order that keeps each possible: descriptors and rlimits
-// before Landlock hides /proc and /dev; no-new-privileges before the filters.
-std::string Confine(const RenderJob& job, int input, const std::string& folder) {
+}  // namespace
+
+std::string ConfineRenderer(const RenderJob& job, int input, const std::string& folder) {
   std::string error = ForbidNewPrivileges();
   PathRules rules;
   rules.read.assign(std::begin(kSystemReadable), std::end(kSystemReadable));
@@ -74,6 +74,8 @@ std::string Confine(const RenderJob& job, int input, const std::string& folder) 
   if (error.empty()) error = RefuseCalls(CallSet::kRenderer);
   return error;
 }
+
+namespace {
 
 [[noreturn]] void Child(pid_t parent, int out, int input, const RenderJob& job,
                         const std::string& folder, const RenderProc& render,
@@ -99,7 +101,7 @@ std::string Confine(const RenderJob& job, int input, const std::string& folder) 
   setenv("TMPDIR", folder.c_str(), 1);
 
   if (error.empty()) {
-    std::string refused = Confine(job, room.input, folder);
+    std::string refused = ConfineRenderer(job, room.input, folder);
     if (!refused.empty() && !limits.unconfined)
       error = "the kernel cannot confine the renderer (" + refused +
               "), so the document is not rendered; --render-unconfined renders it anyway";

@@ -45,6 +45,13 @@ struct RenderRoom {
 };
 using RenderProc = std::function<std::string(const RenderRoom&, RgbImage*)>;
 
+// The renderer child's confinement, after it kept only its descriptors:
+// no-new-privileges, then Landlock (reading the system's files, job.readable
+// and the document open as `input`; writing only `folder`), then the seccomp
+// filter. "" or the step that failed and why. Exposed for the benchmark that
+// prices it.
+std::string ConfineRenderer(const RenderJob& job, int input, const std::string& folder);
+
 // Runs render in a child and passes its image back through a pipe. Returns ""
 // with *image set, or the reason: the message render returned, or that the
 // child could not be confined, ran over its time, ran out of memory, crashed

@@ -45,33 +45,20 @@ enum class Steps { kNone, kRenderer, kThumbnailer };
 double ChildSeconds(Steps steps, const std::string& input, const std::string& folder) {
   int fds[2];
   if (pipe(fds) != 0) std::exit(1);
+  int document = open(input.c_str(), O_RDONLY | O_CLOEXEC);
+  if (document < 0) std::exit(1);
   pid_t parent = getpid();
   auto start = Clock::now();
   pid_t pid = fork();
   if (pid == 0) {
     setpgid(0, 0);
     pxhost::DieWithParent(parent);
-    std::vector<int> keep = {fds[1]};
+    std::vector<int> keep = {fds[1], document};
     pxhost::KeepOnlyDescriptors(&keep);
-    if (steps == Steps::kRenderer) {
-      // The renderer child's rules: the system's files, the module, the
-      // input, its private folder.
-      pxhost::PathRules rules;
-      rules.read = {"/usr",
-                    "/etc/fonts",
-                    "/var/cache/fontconfig",
-                    "/etc/ghostscript",
-                    "/var/lib/ghostscript",
-                    "/etc/papersize",
-                    "/etc/ld.so.cache",
-                    "/dev/urandom",
-                    RENDER_MODULE,
-                    input};
-      rules.write = {folder, "/dev/null"};
-      if (!pxhost::ForbidNewPrivileges().empty() || !pxhost::RestrictPaths(rules).empty() ||
-          !pxhost::RefuseCalls(pxhost::CallSet::kRenderer).empty())
-        _exit(2);
-    }
+    // The renderer child's own confinement, as RunLimited applies it.
+    if (steps == Steps::kRenderer &&
+        !pxhost::ConfineRenderer({keep[1], {RENDER_MODULE}}, keep[1], folder).empty())
+      _exit(2);
     if (steps == Steps::kThumbnailer) {
       pxhost::PathRules rules;
       rules.readsAnywhere = true;
@@ -83,6 +70,7 @@ double ChildSeconds(Steps steps, const std::string& input, const std::string& fo
     _exit(write(keep[0], "x", 1) == 1 ? 0 : 1);
   }
   close(fds[1]);
+  close(document);
   char c;
   if (read(fds[0], &c, 1) != 1) std::exit(3);
   int status = 0;
