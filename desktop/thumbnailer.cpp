@@ -36,18 +36,18 @@ ChipColour OnPaper(const DisplaySwatch& swatch) {
   return {channel(swatch.r), channel(swatch.g), channel(swatch.b)};
 }
 
-// The chips of a swatch book in their display colours, from the packet the
-// plug-in hands over on the XMP selector.
+// The chips of a swatch book in their display colours, as the plug-in's
+// reader loads the book.
 std::string DrawSwatches(PluginMainProc entry, const PluginInput& input, int32_t size,
-                         RgbImage* image) {
-  std::string packet, error;
-  if (!RequestSwatchPacket(entry, input, &packet, &error)) return error;
+                         RgbImage* image, std::vector<std::string>* warnings) {
+  std::string error;
   std::vector<DisplaySwatch> swatches;
-  if (!DisplaySwatchesFromPacket(packet, &swatches, &error))
-    return "unreadable swatch packet (" + error + ")";
+  if (!ReadSwatchBook(entry, input, &swatches, &error)) return error;
   std::vector<ChipColour> chips;
-  for (const DisplaySwatch& swatch : swatches)
+  for (const DisplaySwatch& swatch : swatches) {
+    if (swatch.nameMended) warnings->push_back(MendedNameWarning(swatch));
     if (swatch.drawable) chips.push_back(OnPaper(swatch));
+  }
   if (chips.empty()) return "no swatch in the book has a colour that can be shown";
   *image = DrawSwatchGrid(chips, size);
   return {};
@@ -128,8 +128,10 @@ SourceResult Present(std::string reason) {
 }  // namespace
 
 std::string MakeThumbnail(PluginMainProc entry, const PluginInput& input, const std::string& path,
-                          const ThumbnailOptions& options, RgbImage* image) {
-  if (LooksLikeSwatchFile(input, path)) return DrawSwatches(entry, input, options.size, image);
+                          const ThumbnailOptions& options, RgbImage* image,
+                          std::vector<std::string>* warnings) {
+  if (LooksLikeSwatchFile(input, path))
+    return DrawSwatches(entry, input, options.size, image, warnings);
   // Without an answer from the suite the chain still runs in its own order.
   int32_t method = 0;
   std::string suiteReason;

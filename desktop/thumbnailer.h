@@ -8,6 +8,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "desktop/limited_child.h"
 #include "pxhost/image_io.h"
@@ -26,7 +27,10 @@ struct ThumbnailOptions {
 // no renderer for this kind of file", "renderer ran over its 10 s time
 // limit", ...). The plug-in must be loaded (LoadPlugin).
 // input is the file as the command opened it; nothing opens it again.
+// *warnings gets what a person should hear though the picture is made (a
+// swatch name shown otherwise than the book holds it).
 std::string MakeThumbnail(PluginMainProc entry, const PluginInput& input, const std::string& path,
-                          const ThumbnailOptions& options, RgbImage* image);
+                          const ThumbnailOptions& options, RgbImage* image,
+                          std::vector<std::string>* warnings);
 
 }  // namespace pxhost

@@ -1,6 +1,6 @@
 // pxhost palette IN.sxf [-f gpl|json|css] [-o OUT]: a swatch book's colours
-// in the palette formats of paint, layout and web programs, from the packet
-// the plug-in hands the host.
+// in the palette formats of paint, layout and web programs, as the
+// plug-in's reader loads the book.
 #include <CLI/CLI.hpp>
 #include <filesystem>
 #include <memory>
@@ -21,19 +21,6 @@ struct PaletteOptions {
   bool json = false;
 };
 
-// The colour entries the plug-in's reader steps over because it does not
-// know their colour model: they make no swatch, so the packet never lists
-// them. They are added as swatches that cannot be shown, named, with the
-// model's code as stored.
-void AddSteppedOverEntries(const PluginInput& input, std::vector<DisplaySwatch>* swatches) {
-  for (SteppedOverEntry& e : SteppedOverEntries(input)) {
-    DisplaySwatch s;
-    s.name = std::move(e.name);
-    s.model = FourCCText(e.model);
-    swatches->push_back(std::move(s));
-  }
-}
-
 int Palette(PluginMainProc entry, const PaletteOptions& o) {
   Report report(o.json);
   if (o.json && o.out == "-") {
@@ -46,14 +33,12 @@ int Palette(PluginMainProc entry, const PaletteOptions& o) {
     report.Refused(o.file, input.Error());
     return report.ExitCode();
   }
-  std::string packet, error;
+  std::string error;
   std::vector<DisplaySwatch> swatches;
-  if (!RequestSwatchPacket(entry, input, &packet, &error) ||
-      !DisplaySwatchesFromPacket(packet, &swatches, &error)) {
+  if (!ReadSwatchBook(entry, input, &swatches, &error)) {
     report.Refused(o.file, error);
     return report.ExitCode();
   }
-  AddSteppedOverEntries(input, &swatches);
   std::string name = o.file == "-" ? "stdin" : std::filesystem::path(o.file).stem().string();
   std::string text = o.format == "json"  ? PaletteJson(name, swatches)
                      : o.format == "css" ? PaletteCss(swatches)
@@ -67,12 +52,9 @@ int Palette(PluginMainProc entry, const PaletteOptions& o) {
   // cannot write it says only that.
   int skipped = 0;
   for (const DisplaySwatch& s : swatches) {
-    if (s.drawable) continue;
-    ++skipped;
-    ErrorLine(o.file, "swatch \"" + s.name + "\" has " +
-                          (s.model.empty() ? std::string("no colour model")
-                                           : "an unknown colour model (\"" + s.model + "\")") +
-                          "; skipped");
+    for (const std::string& warning : {MendedNameWarning(s), SkippedWarning(s)})
+      if (!warning.empty()) ErrorLine(o.file, warning);
+    skipped += !s.drawable;
   }
   int written = int(swatches.size()) - skipped;
   if (skipped > 0)

@@ -65,8 +65,9 @@ int RunThumbnail(PluginMainProc entry, const std::string& in, const std::string&
   confined.limits.scratchFolder = WritableFolder(out);
   if (input.IsOpen()) ConfineThumbnailer(out, confined.limits.scratchFolder);
   RgbImage image;
+  std::vector<std::string> warnings;
   std::string error =
-      input.IsOpen() ? MakeThumbnail(entry, input, in, confined, &image) : input.Error();
+      input.IsOpen() ? MakeThumbnail(entry, input, in, confined, &image, &warnings) : input.Error();
   if (!error.empty()) {
     report.Refused(in, error);
     return report.ExitCode();
@@ -78,7 +79,12 @@ int RunThumbnail(PluginMainProc entry, const std::string& in, const std::string&
   AtomicOutput output;
   if (error.empty() && !(output.Open(out, {in}) && output.Write(png) && output.Commit()))
     error = output.Error();
-  if (!error.empty()) report.OutputFailed(out, error);
+  if (!error.empty()) {
+    report.OutputFailed(out, error);
+    return report.ExitCode();
+  }
+  // Told once the thumbnail is written: a run that cannot write it says only that.
+  for (const std::string& warning : warnings) ErrorLine(in, warning);
   return report.ExitCode();
 }
 

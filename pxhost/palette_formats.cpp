@@ -12,12 +12,6 @@ namespace {
 // GIMP shows this many colours a row when the file says nothing better.
 constexpr int kGplColumns = 16;
 
-std::string Hex(const DisplaySwatch& s) {
-  char text[8];
-  std::snprintf(text, sizeof text, "#%02x%02x%02x", s.r, s.g, s.b);
-  return text;
-}
-
 // A name on one line: GIMP reads a palette line by line.
 std::string OneLine(std::string text) {
   for (char& c : text)
@@ -42,7 +36,7 @@ std::string PaletteGpl(const std::string& name, const std::vector<DisplaySwatch>
     first = false;
     char rgb[16];
     std::snprintf(rgb, sizeof rgb, "%3d %3d %3d\t", s.r, s.g, s.b);
-    out += rgb + OneLine(s.name) + "\n";
+    out += rgb + OneLine(ShownName(s)) + "\n";
   }
   return out;
 }
@@ -64,7 +58,7 @@ std::string PaletteJson(const std::string& name, const std::vector<DisplaySwatch
                     {"tint", s.tint},
                     {"values", s.values},
                     {"rgb", {s.r, s.g, s.b}},
-                    {"hex", Hex(s)}});
+                    {"hex", HexColour(s)}});
   }
   nlohmann::json book{{"name", name}, {"groups", groups}, {"swatches", list}, {"skipped", skipped}};
   return book.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
@@ -89,10 +83,10 @@ std::string PaletteCss(const std::vector<DisplaySwatch>& swatches) {
   std::set<std::string> used;
   for (const DisplaySwatch& s : swatches) {
     if (!s.drawable) continue;
-    std::string base = "--swatch-" + Slug(s.name);
+    std::string base = "--swatch-" + Slug(ShownName(s));
     std::string property = base;
     for (int n = 2; !used.insert(property).second; ++n) property = base + "-" + std::to_string(n);
-    out += "  " + property + ": " + Hex(s) + ";\n";
+    out += "  " + property + ": " + HexColour(s) + ";\n";
   }
   return out + "}\n";
 }

@@ -80,9 +80,44 @@ bool Wrote(const HostSession& session, const char* name) {
   return false;
 }
 
+// The reader's verdict on a file it refuses, in its own words.
+std::string FaultOf(const SwatchFileSurvey& survey) {
+  switch (survey.result) {
+    case kSXFBadSignature:
+      return "not a swatch exchange file (bad signature)";
+    case kSXFBadVersion:
+      return "not a swatch exchange file (unknown major version)";
+    case kSXFTruncated:
+      return survey.failedBlock == 0
+                 ? "damaged swatch file: the header is cut short"
+                 : "damaged swatch file: block " + std::to_string(survey.failedBlock) +
+                       " runs past the end";
+    case kSXFTooManyBlocks:
+      return "damaged swatch file: more than " + std::to_string(kSXFMaxBlocks) +
+             " blocks, the most a swatch exchange file may hold";
+    case kSXFUnreadable:
+      return "cannot be read";
+    default:
+      return "refused by the plug-in";
+  }
+}
+
+// Why the plug-in's swatch reader refuses the open file fd ("damaged swatch
+// file: block 3 runs past the end"); empty when it reads the file. The
+// file's position is back at 0 afterwards.
+std::string SwatchFault(int fd) {
+  struct stat st {};
+  if (::fstat(fd, &st) == 0 && st.st_size > kSwatchFileLimit)
+    return "swatch file over the 256 MiB limit";
+  SwatchFileSurvey survey = SurveySwatchFile(fd);
+  return survey.result == kSXFParsed ? std::string() : FaultOf(survey);
+}
+
+// The reader's own diagnosis when it has one: the same words from every
+// command, whichever request met the refusal and with whatever code.
 std::string SwatchRefusal(const PluginInput& input, int16_t result) {
   std::string fault = SwatchFault(input.Descriptor());
-  return WithResult(fault.empty() ? "refused by the plug-in" : fault, result);
+  return fault.empty() ? WithResult("refused by the plug-in", result) : fault;
 }
 
 SessionOptions SwatchSession() {
@@ -195,42 +230,15 @@ bool AskRenderingMethod(PluginMainProc entry, const PluginInput& input, int32_t*
   return false;
 }
 
-std::vector<SteppedOverEntry> SteppedOverEntries(const PluginInput& input) {
-  std::vector<SteppedOverEntry> entries;
+bool ReadSwatchBook(PluginMainProc entry, const PluginInput& input,
+                    std::vector<DisplaySwatch>* swatches, std::string* reason) {
+  if (FilterSwatchFile(entry, input, reason) != 0) return false;
   SwatchFileSurvey survey = SurveySwatchFile(input.Descriptor());
-  if (survey.result == kSXFParsed)
-    for (SwatchFileSurvey::SteppedOver& e : survey.steppedOver) {
-      e.name.resize(std::strlen(e.name.c_str()));  // a swatch name ends at a zero unit
-      entries.push_back({std::move(e.name), e.model});
-    }
-  return entries;
-}
-
-std::string SwatchFault(int fd) {
-  struct stat st {};
-  if (::fstat(fd, &st) == 0 && st.st_size > kSwatchFileLimit)
-    return "swatch file over the 256 MiB limit";
-  SwatchFileSurvey survey = SurveySwatchFile(fd);
-  switch (survey.result) {
-    case kSXFParsed:
-      return {};
-    case kSXFBadSignature:
-      return "not a swatch exchange file (bad signature)";
-    case kSXFBadVersion:
-      return "not a swatch exchange file (unknown major version)";
-    case kSXFTruncated:
-      return survey.failedBlock == 0
-                 ? "damaged swatch file: the header is cut short"
-                 : "damaged swatch file: block " + std::to_string(survey.failedBlock) +
-                       " runs past the end";
-    case kSXFTooManyBlocks:
-      return "damaged swatch file: more than " + std::to_string(kSXFMaxBlocks) +
-             " blocks, the most a swatch exchange file may hold";
-    case kSXFUnreadable:
-      return "cannot be read";
-    default:
-      return "refused by the plug-in";
+  if (survey.result != kSXFParsed) {
+    *reason = FaultOf(survey);
+    return false;
   }
+  return DisplaySwatchesOfBook(survey, swatches, reason);
 }
 
 }  // namespace pxhost

@@ -10,6 +10,7 @@
 
 #include "host/host_simulator.h"
 #include "pxhost/rgb_image.h"
+#include "pxhost/swatch_colours.h"
 
 namespace pxhost {
 
@@ -66,19 +67,12 @@ bool RequestSwatchPacket(PluginMainProc entry, const PluginInput& input, std::st
 bool AskRenderingMethod(PluginMainProc entry, const PluginInput& input, int32_t* method,
                         std::string* reason);
 
-// A colour entry the plug-in's swatch reader steps over because it does not
-// know its colour model (so the packet never lists it).
-struct SteppedOverEntry {
-  std::string name;  // UTF-8
-  uint32_t model;    // the model's four-character code as stored
-};
-// Those entries of a swatch exchange file, read with the plug-in's reader;
-// none when it refuses the file. The file's position is back at 0.
-std::vector<SteppedOverEntry> SteppedOverEntries(const PluginInput& input);
-
-// Why the plug-in's swatch reader refuses the open file fd, in its own words
-// ("damaged swatch file: block 3 runs past the end"); empty when it reads
-// the file. The file's position is back at 0 afterwards.
-std::string SwatchFault(int fd);
+// The swatch book as a person sees it (palettes, the swatch thumbnail): the
+// filter call decides whether the plug-in takes the file, then the
+// plug-in's own reader loads the book from the same descriptor; every swatch
+// as the book holds it, then the entries the reader steps over (never
+// drawable). False with the reason, the same the other swatch requests give.
+bool ReadSwatchBook(PluginMainProc entry, const PluginInput& input,
+                    std::vector<DisplaySwatch>* swatches, std::string* reason);
 
 }  // namespace pxhost

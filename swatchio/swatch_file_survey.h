@@ -1,12 +1,13 @@
 // What the plug-in's swatch reader makes of a file, for a host that explains
-// a refusal or shows what the swatch packet leaves out, without reaching into
-// the reader or the swatch book.
+// a refusal or shows the book itself (palettes, a picture of the book),
+// without reaching into the reader or the swatch book.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "swatchbook/kelto_swatchbook.h"
 #include "swatchio/sxf_result.h"
 
 struct SwatchFileSurvey {
@@ -21,6 +22,20 @@ struct SwatchFileSurvey {
     uint32_t model;    // the four-character code as stored
   };
   std::vector<SteppedOver> steppedOver;
+  // The book's swatches in the order the swatch packet lists them, group by
+  // group, each in the format the packet would write. Unlike the packet, an
+  // empty name stays empty and a name keeps every character as the book holds
+  // it (a surrogate without its pair as three bytes of its own); values stay
+  // in the book's units, untruncated.
+  struct Swatch {
+    std::string group;  // UTF-8; empty for the book's ungrouped swatches
+    std::string name;   // UTF-8
+    KeltoSwatchbook::SwatchType type;
+    double tint;  // the book's: the share taken away, 0 at full strength
+    KeltoSwatchbook::ColorSpace space;
+    double values[4];
+  };
+  std::vector<Swatch> swatches;
 };
 
 // Parses the open file `fd` from its start as the plug-in's swatch request

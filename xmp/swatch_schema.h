@@ -74,6 +74,16 @@ constexpr const Model* ModelOf(KeltoSwatchbook::ColorSpace space) {
   return nullptr;
 }
 
+// Whether the packet gives a swatch's tint: every spot and tinted process
+// swatch whose book tint is not 0. The book keeps a tint as the share taken
+// away (0 is full strength); the packet as the percentage left.
+constexpr bool HasTint(KeltoSwatchbook::SwatchType type, double bookTint) {
+  return type != KeltoSwatchbook::kSwatchTypeProcessUntinted && bookTint != 0.0;
+}
+constexpr double TintPercent(double bookTint) {
+  return (1.0 - bookTint) * 100.0;
+}
+
 // The model a packet's mode names; null for an unknown mode.
 constexpr const Model* ModelNamed(std::string_view mode) {
   for (const Model& m : kModels)

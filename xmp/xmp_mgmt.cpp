@@ -95,13 +95,12 @@ class PacketWriter {
     double v[4] = {0, 0, 0, 0};
     book.GetColorValues(s, format, v);
     KeltoSwatchbook::SwatchType type = book.GetSwatchType(s);
-    if (type != KeltoSwatchbook::kSwatchTypeProcessUntinted) {
-      uint32_t flag = 0;
-      double t = book.GetSwatchTint(s, flag);
-      if (t != 0.0)
-        meta_.SetProperty_Float(tpgNS_, Field(item, swatchschema::kTint).c_str(),
-                                (1.0 - t) * 100.0);
-    }
+    uint32_t flag = 0;
+    double t =
+        type == KeltoSwatchbook::kSwatchTypeProcessUntinted ? 0.0 : book.GetSwatchTint(s, flag);
+    if (swatchschema::HasTint(type, t))
+      meta_.SetProperty_Float(tpgNS_, Field(item, swatchschema::kTint).c_str(),
+                              swatchschema::TintPercent(t));
     meta_.SetProperty(tpgNS_, Field(item, swatchschema::kMode).c_str(), model->mode);
     meta_.SetProperty(tpgNS_, Field(item, swatchschema::kType).c_str(),
                       type == KeltoSwatchbook::kSwatchTypeSpot ? swatchschema::kTypeSpot

@@ -221,7 +221,8 @@ TEST(ThumbnailSource, LargeBookShowsWhatFitsAndCountsTheRest) {
   pxhost::SwatchGridLayout l = pxhost::LayOutSwatchGrid(300, 128);
   ASSERT_GT(l.labelCells, 0);
   EXPECT_EQ(ChipAt(run.image, 300, 128, l.shown - 1),
-            l.shown % 2 ? std::tuple(0, 127, 255) : std::tuple(255, 127, 0));  // 0.5 truncated
+            l.shown % 2 ? std::tuple(0, 128, 255)
+                        : std::tuple(255, 128, 0));  // 0.5 rounded, as the book holds it
   // The label's cells: dark, with white text strokes across them.
   int whites = 0, darks = 0;
   int y0 = l.gap + (l.rows - 1) * (l.chip + l.gap);

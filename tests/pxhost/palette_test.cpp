@@ -197,20 +197,52 @@ TEST(Palette, UnknownModelsAreNamedAndCounted) {
   EXPECT_EQ(palette["swatches"][1]["name"], "Ink");
 }
 
-// A name XML cannot hold makes the XMP toolkit print its own words on
-// standard error; a refusal is still the one line `pxhost: FILE: reason`.
-TEST(Palette, ToolkitWordsStayOffTheTerminal) {
+// The swatch packet cannot hold a name with a character XML cannot hold, and
+// writes an empty name as the one before it. `xmp` refuses such a book in one
+// line (the toolkit's own words kept off the terminal); a palette and the
+// swatch thumbnail show the book as it is, telling what they replaced.
+TEST(Palette, NamesThePacketCannotHold) {
   std::string sxf, error;
   ASSERT_TRUE(sxfwrite::BuildSxf(nlohmann::json::parse(R"({"blocks": [
-      {"swatch": "Bad\ufffe", "model": "RGB ", "values": [1, 0, 0]}]})"),
+      {"swatch": "Bad\ufffe", "model": "RGB ", "values": [1, 0, 0]},
+      {"swatch": "", "model": "RGB ", "values": [0, 0, 1]},
+      {"swatch": "Sea", "model": "RGB ", "values": [0, 0.5, 0.5]}]})"),
                                  &sxf, &error))
       << error;
   qltest::DiskFile book("bad.sxf", sxf);
-  Outcome r =
-      qltest::Shell("{ " + std::string(QL_PXHOST) + " xmp " + book.path() + " >/dev/null; }");
+  const std::string pxhost = QL_PXHOST;
+  Outcome r = qltest::Shell("{ " + pxhost + " xmp " + book.path() + " >/dev/null; }");
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
   EXPECT_EQ(r.out.rfind("pxhost: " + book.path() + ": ", 0), 0u) << r.out;
+
+  const std::string warning = "pxhost: " + book.path() +
+                              ": swatch \"Bad\uFFFD\": its name holds a character no text may "
+                              "hold; shown as U+FFFD\n";
+  std::string gpl = (fs::path(book.path()).parent_path() / "bad.gpl").string();
+  r = qltest::Shell("{ " + pxhost + " palette " + book.path() + " -o " + gpl + " >/dev/null; }");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, warning);
+  std::ifstream in(gpl);
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::string name;
+  int columns = 0;
+  std::vector<GplColour> colours;
+  ASSERT_TRUE(ParseGpl(text, &name, &columns, &colours, &error)) << error;
+  ASSERT_EQ(colours.size(), 3u);
+  EXPECT_EQ(colours[0].name, "Bad\uFFFD");
+  EXPECT_EQ(colours[1].name, "#0000ff");  // its colour, not "Bad"'s name
+  EXPECT_EQ(std::tuple(colours[2].r, colours[2].g, colours[2].b), std::tuple(0, 128, 128));
+  auto json = nlohmann::json::parse(PxhostOut("palette -f json " + book.path()).out);
+  EXPECT_EQ(json["swatches"][1]["name"], "");
+  EXPECT_NE(PxhostOut("palette -f css " + book.path()).out.find("  --swatch-0000ff: #0000ff;\n"),
+            std::string::npos);
+
+  std::string png = (fs::path(book.path()).parent_path() / "bad.png").string();
+  r = qltest::Shell(pxhost + " thumbnail -s 64 " + book.path() + " " + png);
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_EQ(r.out, warning);
+  EXPECT_TRUE(fs::exists(png));
 }
 
 // The format's limit of 10000 blocks is said in the refusal, the same from

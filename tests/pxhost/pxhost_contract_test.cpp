@@ -150,12 +150,12 @@ TEST(PxhostContract, RefusalsSayWhy) {
   qltest::DiskFile notSwatch("fake.sxf", "SXFX not a swatch file at all");
   Outcome r = Pxhost("xmp " + notSwatch.path());
   EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, "pxhost: " + notSwatch.path() +
-                       ": not a swatch exchange file (bad signature) (result -30501)\n");
+  EXPECT_EQ(r.out,
+            "pxhost: " + notSwatch.path() + ": not a swatch exchange file (bad signature)\n");
   r = Pxhost("xmp " + kTruncated);
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(Has(r, ": damaged swatch file: block ")) << r.out;
-  EXPECT_TRUE(Has(r, " runs past the end (result -30501)")) << r.out;
+  EXPECT_TRUE(Has(r, " runs past the end\n")) << r.out;
   // The same file gets the same reason from every command that refuses it.
   for (std::string command : {"palette " + kTruncated, "thumbnail " + kTruncated + " /dev/null"}) {
     Outcome other = Pxhost(command);
@@ -173,7 +173,7 @@ TEST(PxhostContract, RefusalsSayWhy) {
   fs::resize_file(big.path(), (uint64_t(256) << 20) + 1);
   r = Pxhost("xmp " + big.path());
   EXPECT_EQ(r.status, 1);
-  EXPECT_TRUE(Has(r, ": swatch file over the 256 MiB limit (result -30501)")) << r.out;
+  EXPECT_TRUE(Has(r, ": swatch file over the 256 MiB limit\n")) << r.out;
 
   // The hexadecimal text cut short, well after the preview's header (the
   // reader does not look for the marker in a last, partial filling).
