@@ -182,7 +182,9 @@ std::string RunLimited(const RenderJob& job, const RenderProc& render, const Ren
   close(fds[1]);
   setpgid(pid, pid);  // also here, so the group exists whichever runs first
 
-  const size_t cap = kImageHeader + size_t(maxSide) * size_t(maxSide) * 3;
+  // The largest answer: an image of maxSide squared, or a reason (which may
+  // be the longer of the two when maxSide is small).
+  const size_t cap = std::max(kImageHeader + size_t(maxSide) * size_t(maxSide) * 3, 1 + kMaxReason);
   std::string got;
   bool timedOut = false;
   auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(limits.seconds);

@@ -3,6 +3,7 @@
 // in each colour model, and EPSI hex at every depth.
 #include "desktop/eps_previews.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <tiffio.h>
 #include <unistd.h>
@@ -12,6 +13,9 @@
 #include <iterator>
 #include <string>
 #include <vector>
+
+#include "desktop/eps_files.h"
+#include "tests/support/fixture_file.h"
 
 namespace {
 
@@ -273,6 +277,110 @@ TEST(EpsiPreview, AbsentOrDamaged) {
     EXPECT_NE(error.find(c.reason), std::string::npos) << error << " / " << c.reason;
     EXPECT_TRUE(none.pixels.empty());
   }
+}
+
+// The readers over an open descriptor: only the bytes each needs, and a
+// reason for a file that ends early or cannot be read.
+TEST(EpsFiles, WhatTheFirstBytesSay) {
+  using pxhost::DocumentStart;
+  struct Case {
+    std::string head;
+    DocumentStart start;
+  } cases[] = {
+      {"%!PS-Adobe-3.0\n", DocumentStart::kPostScript},
+      {"%!PS", DocumentStart::kPostScript},
+      {"%PDF-1.4\n", DocumentStart::kPdf},
+      {"%PDF", DocumentStart::kUnknown},
+      {"\xC5\xD0\xD3\xC6", DocumentStart::kDosEps},
+      {"\xC5\xD0\xD3", DocumentStart::kUnknown},
+      {"%!Q", DocumentStart::kUnknown},
+      {"", DocumentStart::kUnknown},
+  };
+  for (const Case& c : cases) {
+    qltest::MemFile file(c.head);
+    EXPECT_EQ(pxhost::SniffDocument(file.fd()), c.start) << c.head;
+  }
+}
+
+TEST(EpsFiles, SectionsReadFromTheDescriptorOrAReason) {
+  std::string ps = "%!PS-Adobe-3.0 EPSF-3.0\n%%BoundingBox: 0 0 4 2\nshowpage\n";
+  std::string eps = Header(30, uint32_t(ps.size()), 0, 0, 0, 0) + ps;
+  qltest::MemFile file(eps), shortFile(eps.substr(0, 29));
+  char dirName[] = "/tmp/eps_files_test.XXXXXX";
+  ASSERT_NE(mkdtemp(dirName), nullptr);
+  std::string dir = dirName;
+  int folder = open(dirName, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  std::string writeOnlyName = dir + "/write-only";
+  std::ofstream(writeOnlyName) << eps;
+  int writeOnly = open(writeOnlyName.c_str(), O_WRONLY | O_CLOEXEC);
+
+  DosEpsHeader h;
+  EXPECT_EQ(pxhost::ReadDosEpsFile(file.fd(), &h), "");
+  EXPECT_EQ(h.postscript.length, ps.size());
+  EXPECT_EQ(pxhost::ReadDosEpsFile(shortFile.fd(), &h), "DOS EPS header cut short");
+  EXPECT_EQ(pxhost::ReadDosEpsFile(folder, &h), "is a directory");
+  EXPECT_EQ(pxhost::ReadDosEpsFile(writeOnly, &h), "bad file descriptor");
+
+  RgbImage image;
+  bool colour = false;
+  DosEpsHeader beyond;
+  beyond.tiff = {uint32_t(eps.size() - 4), 40};  // as if the file shrank since its header was read
+  EXPECT_EQ(pxhost::ReadTiffSection(file.fd(), beyond, &image, &colour),
+            "the file ended early (changed while read?)");
+  beyond.tiff = {30, 0x7FFFFFFF};
+  EXPECT_EQ(pxhost::ReadTiffSection(file.fd(), beyond, &image, &colour),
+            "TIFF preview section is too large");
+  EXPECT_TRUE(image.pixels.empty());
+
+  // The PostScript alone, for the renderer; nothing left behind on failure.
+  std::string copy;
+  ASSERT_EQ(pxhost::CopySection(file.fd(), {30, uint32_t(ps.size())}, dir, &copy), "");
+  std::ifstream in(copy, std::ios::binary);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), ps);
+  std::remove(copy.c_str());
+  struct Failure {
+    int fd;
+    pxhost::EpsSection section;
+    std::string folder, reason;
+  } failures[] = {
+      {file.fd(), {30, uint32_t(ps.size()) + 1}, dir, "the file ended early (changed while read?)"},
+      {writeOnly, {30, 10}, dir, "bad file descriptor"},
+      {file.fd(),
+       {30, 10},
+       dir + "/gone",
+       "cannot write the PostScript for the renderer: no such file"},
+  };
+  for (const Failure& f : failures) {
+    std::string path;
+    EXPECT_EQ(pxhost::CopySection(f.fd, f.section, f.folder, &path), f.reason);
+    EXPECT_TRUE(path.empty());
+  }
+  close(writeOnly);
+  std::remove(writeOnlyName.c_str());
+  EXPECT_EQ(rmdir(dirName), 0) << "a copy was left behind";
+  close(folder);
+}
+
+TEST(EpsFiles, AnEpsiPreviewLongerThanTheFirstReadIsReadWhole) {
+  // 512 x 512 at 8 bits: a megabyte of hex, well past the first 64 KiB.
+  const int side = 512;
+  std::string lines;
+  for (int y = 0; y < side; ++y)
+    lines += "% " + std::string(size_t(side) * 2, y % 2 ? 'F' : '0') + "\r\n";
+  std::string doc = Epsi("%%BeginPreview: 512 512 8 512", lines);
+  qltest::MemFile file(doc);
+  RgbImage image;
+  bool found = false;
+  // Length 0: the whole file is the PostScript.
+  ASSERT_EQ(pxhost::ReadEpsiFile(file.fd(), {0, 0}, &image, &found), "");
+  EXPECT_TRUE(found);
+  ASSERT_EQ(image.width, side);
+  ASSERT_EQ(image.height, side);
+  EXPECT_EQ(Px(image, 0, side - 1)[0], 0);  // the last row, which only the second read holds
+  // A section that ends before the preview does is refused, not read further.
+  found = false;
+  EXPECT_NE(pxhost::ReadEpsiFile(file.fd(), {0, 100000}, &image, &found), "");
+  EXPECT_TRUE(found);
 }
 
 }  // namespace
