@@ -332,6 +332,30 @@ TEST(RendererChild, EveryEndingGetsItsOwnReason) {
          return std::string();
        },
        "renderer gave no image"},
+      {"a side above the most asked for, the other way",
+       [](const RenderRoom&, RgbImage* image) {
+         *image = RgbImage{1, 5, std::vector<uint8_t>(15)};
+         return std::string();
+       },
+       "renderer gave no image"},
+      {"a negative size",
+       [](const RenderRoom&, RgbImage* image) {
+         *image = RgbImage{-1, -3, std::vector<uint8_t>(9)};
+         return std::string();
+       },
+       "renderer gave no image"},
+      // Answers written by hand on the pipe (kept on descriptor 3): a header
+      // cut short, and one that is neither an image nor a reason.
+      {"a header cut short",
+       [](const RenderRoom&, RgbImage*) -> std::string {
+         _exit(write(3, "I\1\0\0", 4) == 4 ? 0 : 1);
+       },
+       "renderer gave no image"},
+      {"an unknown answer",
+       [](const RenderRoom&, RgbImage*) -> std::string {
+         _exit(write(3, "Z\1\0\0\0\1\0\0\0abc", 12) == 12 ? 0 : 1);
+       },
+       "renderer gave no image"},
       {"more bytes than any answer",
        [](const RenderRoom&, RgbImage* image) {
          *image = RgbImage{1, 1, std::vector<uint8_t>(size_t(4) << 20)};
@@ -351,10 +375,24 @@ TEST(RendererChild, EveryEndingGetsItsOwnReason) {
   }
   for (const auto& entry : fs::directory_iterator(f.open))
     EXPECT_EQ(entry.path().filename(), "mine") << "left behind";
+  // The private folder goes where it is asked, else in $TMPDIR, else /tmp.
   limits.scratchFolder = (f.root / "gone").string();
   RgbImage image;
   EXPECT_EQ(pxhost::RunLimited({input, {}}, cases[0].render, limits, 4, &image),
             "cannot make the renderer's folder: " + limits.scratchFolder + ": no such file");
+  const char* tmp = std::getenv("TMPDIR");
+  std::string saved = tmp != nullptr ? tmp : "";
+  limits.scratchFolder.clear();
+  setenv("TMPDIR", (f.root / "gone too").c_str(), 1);
+  EXPECT_EQ(
+      pxhost::RunLimited({input, {}}, cases[0].render, limits, 4, &image),
+      "cannot make the renderer's folder: " + (f.root / "gone too").string() + ": no such file");
+  setenv("TMPDIR", "", 1);
+  EXPECT_EQ(pxhost::RunLimited({input, {}}, cases[0].render, limits, 4, &image), "");
+  if (tmp != nullptr)
+    setenv("TMPDIR", saved.c_str(), 1);
+  else
+    unsetenv("TMPDIR");
   close(input);
 }
 

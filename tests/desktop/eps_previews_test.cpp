@@ -197,6 +197,16 @@ std::string TiffAnnouncing(uint32_t width, uint32_t height, uint32_t stripBytes)
   return t;
 }
 
+// The same with one entry's value changed: a strip that lies beyond the
+// file, or samples of a size libtiff's RGBA reader does not take.
+std::string Patched(int entry, uint16_t value) {
+  std::string t = TiffAnnouncing(4, 2, 8);
+  size_t at = 8 + 8 + 2 + size_t(entry) * 12 + 8;
+  t[at] = char(value);
+  t[at + 1] = char(value >> 8);
+  return t;
+}
+
 TEST(TiffPreview, DamageGivesAReasonAndNoPicture) {
   RgbImage image;
   bool colour = false;
@@ -211,6 +221,9 @@ TEST(TiffPreview, DamageGivesAReasonAndNoPicture) {
       {TiffAnnouncing(100000, 100000, 8), "100000 x 100000 pixels is too large"},
       {TiffAnnouncing(4, 2, 8).substr(0, 30), "TIFF preview"},  // the IFD cut off
       {TiffAnnouncing(0, 2, 8), "TIFF preview"},
+      {Patched(4 /* StripOffsets */, 0x7000), "TIFF preview is damaged: "},
+      {Patched(2 /* BitsPerSample */, 3),
+       "TIFF preview: Sorry, can not handle images with 3-bit samples"},
   };
   for (const Case& c : cases) {
     RgbImage none;
@@ -234,6 +247,8 @@ TEST(EpsiPreview, EveryDepthZeroIsWhite) {
       {"%%BeginPreview: 4 2 2 1", "% 1B 00\r\n", {255, 170, 85, 0}},
       {"%%BeginPreview: 4 2 4 2", "%  0F 8F\r\n%00 00\r\n", {255, 0, 119, 0}},
       {"%%BeginPreview: 4 2 8 3", "% 00FF\r\n% 8040\r\n% 0000000000000000\r\n", {255, 0, 127, 191}},
+      // Lower-case hex, blanks anywhere, blanks around the numbers.
+      {"%%BeginPreview:\t4 2\t8 2 \t", "%\t00ff 80\t40\r\n% 00000000\r\n", {255, 0, 127, 191}},
   };
   for (const Case& c : cases) {
     RgbImage image;
@@ -269,6 +284,14 @@ TEST(EpsiPreview, AbsentOrDamaged) {
       {"%%BeginPreview: 0 2 1 2", "% 50\r\n% F0\r\n", "empty"},
       {"%%BeginPreview: 4 2 1", "% 50\r\n% F0\r\n", "not four numbers"},
       {"%%BeginPreview: 4 2 1 99999999999999999999", "", "not four numbers"},
+      {"%%BeginPreview: 4x 2 1 2", "% 50\r\n% F0\r\n", "not four numbers"},
+      {"%%BeginPreview: 4 2 1 2 5", "% 50\r\n% F0\r\n", "not four numbers"},
+      {"%%BeginPreview: 4 0 1 2", "% 50\r\n% F0\r\n", "empty"},
+      // The preview's lines end at a blank line, a line of program or a
+      // structure comment.
+      {"%%BeginPreview: 4 2 1 2", "% 50\r\n\r\n", "fewer lines than the 2 it announces"},
+      {"%%BeginPreview: 4 2 1 2", "% 50\r\n0 0 moveto\r\n", "fewer lines than the 2"},
+      {"%%BeginPreview: 4 2 1 2", "% 50\r\n", "fewer lines than the 2"},  // then %%EndPreview
   };
   for (const Case& c : cases) {
     RgbImage none;
