@@ -206,10 +206,12 @@ std::string RunLimited(const RenderJob& job, const RenderProc& render, const Ren
     if (got.size() + size_t(n) > cap) break;  // more than any answer can be
     got.append(chunk, size_t(n));
   }
-  close(fds[0]);
   // Whatever is left of the group goes, whether it finished or not: nothing
-  // the renderer started outlives the request.
+  // the renderer started outlives the request. Killed before the pipe
+  // closes, a child still writing dies of this and not of a broken pipe,
+  // which would read as a crash.
   killpg(pid, SIGKILL);
+  close(fds[0]);
   int status = 0;
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
