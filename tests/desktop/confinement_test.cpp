@@ -504,6 +504,28 @@ TEST(RendererChild, NothingIsRenderedWhenAStepFailsAndTheReasonNamesIt) {
   close(input);
 }
 
+// A plug-in installed without its renderer module, or beside a module that
+// is not one: the page is not rendered, and the line says which.
+TEST(RendererChild, AMissingOrForeignRendererModuleIsNamed) {
+  if (pxhost::LandlockVersion() < 1) GTEST_SKIP() << "no Landlock in this kernel";
+  Folders f;
+  fs::copy_file(QL_PLUGIN, f.open / "qlformat.so");
+  std::string ps = "%!PS-Adobe-3.0\n%%BoundingBox: 0 0 20 20\n%%EndComments\n" +
+                   std::string(600, '%') + "\n0 0 20 20 rectfill\nshowpage\n";
+  std::ofstream(f.open / "page.ps") << ps;
+  std::string run = "cd " + f.open.string() + " && " + QL_PXHOST +
+                    " --plugin ./qlformat.so thumbnail page.ps out.png";
+  qltest::Outcome missing = qltest::Shell(run);
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.out, "pxhost: page.ps: the renderer module cannot be loaded\n");
+  // Any other module under its name.
+  fs::copy_file(QL_PLUGIN, f.open / "qlformat-render.so");
+  qltest::Outcome foreign = qltest::Shell(run);
+  EXPECT_EQ(foreign.status, 1);
+  EXPECT_EQ(foreign.out, "pxhost: page.ps: the renderer module has no entry\n");
+  EXPECT_FALSE(fs::exists(f.open / "out.png"));
+}
+
 // pxhost on a kernel without Landlock, as a filter that answers "not
 // implemented" makes it look: no rendering, one line saying why, unless asked.
 qltest::Outcome WithoutLandlock(const std::string& args) {
