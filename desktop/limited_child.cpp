@@ -165,15 +165,14 @@ std::string RunLimited(const RenderJob& job, const RenderProc& render, const Ren
   PrivateFolder folder(limits.scratchFolder);
   if (folder.Path().empty()) return "cannot make the renderer's folder: " + folder.Error();
   int fds[2];
-  if (pipe2(fds, O_CLOEXEC) != 0)
-    return std::string("cannot start the renderer: ") + strerror(errno);
+  if (pipe2(fds, O_CLOEXEC) != 0) return "cannot start the renderer: " + SystemReason(errno);
   std::fflush(nullptr);  // nothing buffered is written twice
   pid_t parent = getpid();
   pid_t pid = fork();
   if (pid < 0) {
     close(fds[0]);
     close(fds[1]);
-    return std::string("cannot start the renderer: ") + strerror(errno);
+    return "cannot start the renderer: " + SystemReason(errno);
   }
   if (pid == 0) {
     close(fds[0]);
