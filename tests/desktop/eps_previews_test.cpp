@@ -5,6 +5,9 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <tiffio.h>
 #include <unistd.h>
 
@@ -14,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "common/coverage_counts.h"
 #include "desktop/eps_files.h"
 #include "tests/support/fixture_file.h"
 
@@ -378,6 +382,21 @@ TEST(EpsFiles, SectionsReadFromTheDescriptorOrAReason) {
     EXPECT_EQ(pxhost::CopySection(f.fd, f.section, f.folder, &path), f.reason);
     EXPECT_TRUE(path.empty());
   }
+  // The renderer's folder full (here: a file size limit), in a child.
+  pid_t child = fork();
+  if (child == 0) {
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit small{10, RLIM_INFINITY}, none{RLIM_INFINITY, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &small);
+    std::string path;
+    std::string reason = pxhost::CopySection(file.fd(), {30, uint32_t(ps.size())}, dir, &path);
+    setrlimit(RLIMIT_FSIZE, &none);
+    ql::FlushCoverageCounts();
+    _exit(reason == "cannot write the PostScript for the renderer: file too large" ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   close(writeOnly);
   std::remove(writeOnlyName.c_str());
   EXPECT_EQ(rmdir(dirName), 0) << "a copy was left behind";
