@@ -237,4 +237,21 @@ TEST(ThumbnailChoice, XmpSourceReasons) {
   }
 }
 
+// A PDF far shorter than the plug-in's classifier reads (it names nothing
+// under 512 bytes) is told by its first bytes and rendered.
+TEST(ThumbnailChoice, AShortPdfIsStillRendered) {
+  std::string pdf =
+      "%PDF-1.4\n1 0 obj << /Type /Catalog /Pages 2 0 R >> endobj\n2 0 obj << /Type /Pages "
+      "/Kids [3 0 R] /Count 1 >> endobj\n3 0 obj << /Type /Page /Parent 2 0 R /MediaBox [0 0 72 "
+      "36] >> endobj\ntrailer << /Root 1 0 R >>\n%%EOF\n";
+  ASSERT_LT(pdf.size(), 512u);
+  Result run = Make("tiny.pdf", pdf);
+  EXPECT_EQ(run.outcome.status, 0) << run.outcome.out;
+  EXPECT_EQ(Size(run), std::tuple(72, 36));
+  Result off = Make("tiny.pdf", pdf, "--no-render");
+  EXPECT_EQ(off.outcome.status, 1);
+  EXPECT_NE(off.outcome.out.find("no picture in the file, and rendering is off"), std::string::npos)
+      << off.outcome.out;
+}
+
 }  // namespace
