@@ -165,15 +165,14 @@ std::string RunLimited(const RenderJob& job, const RenderProc& render, const Ren
   PrivateFolder folder(limits.scratchFolder);
   if (folder.Path().empty()) return "cannot make the renderer's folder: " + folder.Error();
   int fds[2];
-  if (pipe2(fds, O_CLOEXEC) != 0)
-    return std::string("cannot start the renderer: ") + strerror(errno);
+  if (pipe2(fds, O_CLOEXEC) != 0) return "cannot start the renderer: " + SystemReason(errno);
   std::fflush(nullptr);  // nothing buffered is written twice
   pid_t parent = getpid();
   pid_t pid = fork();
   if (pid < 0) {
     close(fds[0]);
     close(fds[1]);
-    return std::string("cannot start the renderer: ") + strerror(errno);
+    return "cannot start the renderer: " + SystemReason(errno);
   }
   if (pid == 0) {
     close(fds[0]);
@@ -182,7 +181,9 @@ std::string RunLimited(const RenderJob& job, const RenderProc& render, const Ren
   close(fds[1]);
   setpgid(pid, pid);  // also here, so the group exists whichever runs first
 
-  const size_t cap = kImageHeader + size_t(maxSide) * size_t(maxSide) * 3;
+  // The largest answer: an image of maxSide squared, or a reason (which may
+  // be the longer of the two when maxSide is small).
+  const size_t cap = std::max(kImageHeader + size_t(maxSide) * size_t(maxSide) * 3, 1 + kMaxReason);
   std::string got;
   bool timedOut = false;
   auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(limits.seconds);
@@ -204,10 +205,12 @@ std::string RunLimited(const RenderJob& job, const RenderProc& render, const Ren
     if (got.size() + size_t(n) > cap) break;  // more than any answer can be
     got.append(chunk, size_t(n));
   }
-  close(fds[0]);
   // Whatever is left of the group goes, whether it finished or not: nothing
-  // the renderer started outlives the request.
+  // the renderer started outlives the request. Killed before the pipe
+  // closes, a child still writing dies of this and not of a broken pipe,
+  // which would read as a crash.
   killpg(pid, SIGKILL);
+  close(fds[0]);
   int status = 0;
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }

@@ -50,9 +50,9 @@ bool Attach(int fd) {
   return true;
 }
 
-// Empties the window and puts the kernel offset on the mark.
+// Empties the window and puts the kernel offset on the mark. Called only
+// after Attach succeeded, so the window has a descriptor.
 void Drop() {
-  if (gAhead.fd < 0) return;
   int64_t mark = gAhead.start + gAhead.used;
   if (gAhead.filled != gAhead.used) lseek(gAhead.fd, mark, SEEK_SET);
   gAhead.start = mark;

@@ -142,18 +142,11 @@ SXFParseResult ReadColorEntry(KeltoSwatchbook& book, Cursor in, uint16_t type, i
   int32_t swatch = book.AddSwatch(-1);
   book.SetSwatchName(swatch, name);
   book.SetSwatchTint(swatch, tint);
-  int32_t n = book.GetFormatNumChannels(format);
-  if (n < 0) n = 0;
+  // The formats are made above from the known models, none of which has
+  // more than four channels (CMYK).
+  const int32_t n = std::clamp(book.GetFormatNumChannels(format), 0, 4);
   if (!in.Holds(n, 4)) return kSXFTruncated;
-  // Four doubles hold every known model; a book with wider formats gets a
-  // buffer of its own.
-  double fixed[4] = {0, 0, 0, 0};
-  std::vector<double> wide;
-  double* values = fixed;
-  if (n > 4) {
-    wide.assign(size_t(n), 0.0);
-    values = wide.data();
-  }
+  double values[4] = {0, 0, 0, 0};
   bool lab = kModels[m].space == KeltoSwatchbook::kColorSpaceLAB;
   for (int32_t i = 0; i < n; ++i) {
     float v = 0.0f;

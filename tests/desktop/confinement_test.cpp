@@ -20,9 +20,12 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include "common/coverage_counts.h"
 #include "desktop/confinement.h"
 #include "desktop/limited_child.h"
 #include "tests/support/fixture_file.h"
@@ -39,7 +42,11 @@ fs::path TempDir(const std::string& name) {
 // Runs body in a child; its result is the child's exit code (-1: killed).
 int InChild(const std::function<int()>& body) {
   pid_t pid = fork();
-  if (pid == 0) _exit(body());
+  if (pid == 0) {
+    int code = body();
+    ql::FlushCoverageCounts();
+    _exit(code);
+  }
   int status = 0;
   waitpid(pid, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -167,6 +174,9 @@ TEST(Paths, ThumbnailerReadsAnywhereWritesInItsFolder) {
               pxhost::ForbidNewPrivileges();
               pxhost::PathRules rules;
               rules.readsAnywhere = true;
+              // A file named for reading adds no rule: there is nothing
+              // left to allow on it (the kernel refuses an empty rule).
+              rules.read = {"/etc/passwd"};
               rules.write = {f.open.string()};
               if (!pxhost::RestrictPaths(rules).empty()) return 1;
               if (!Opens((f.closed / "secret").string(), O_RDONLY)) return 2;
@@ -249,6 +259,280 @@ TEST(RendererChild, ConfinedWithAPrivateFolderThatIsRemovedAfterwards) {
   EXPECT_FALSE(fs::exists(f.open / "beside"));
   for (const auto& entry : fs::directory_iterator(f.open))
     EXPECT_EQ(entry.path().filename(), "mine") << "left behind";
+}
+
+// What the parent makes of each way a renderer can end; it survives them
+// all and leaves no private folder behind.
+TEST(RendererChild, EveryEndingGetsItsOwnReason) {
+  Folders f;
+  // A file on disk: Landlock takes no rule on an in-memory file.
+  int input = open((f.open / "mine").c_str(), O_RDONLY | O_CLOEXEC);
+  using pxhost::RenderRoom;
+  using pxhost::RgbImage;
+#if defined(__SANITIZE_ADDRESS__)
+  // The sanitizer's allocator reports running out and ends the process
+  // rather than throwing: by abort() when the run asks for that.
+  const char* asan = std::getenv("ASAN_OPTIONS");
+  const std::string outOfMemory =
+      asan != nullptr && std::string(asan).find("abort_on_error=1") != std::string::npos
+          ? "renderer crashed (signal 6)"
+          : "renderer gave no image";
+#else
+  const std::string outOfMemory = "renderer ran out of memory";
+#endif
+  struct Case {
+    const char* what;
+    std::function<std::string(const RenderRoom&, RgbImage*)> render;
+    std::string reason;
+  } cases[] = {
+      {"an image",
+       [](const RenderRoom&, RgbImage* image) {
+         *image = RgbImage{2, 1, {1, 2, 3, 4, 5, 6}};
+         return std::string();
+       },
+       ""},
+      {"its own reason, cut to one short line",
+       [](const RenderRoom&, RgbImage*) { return std::string(1000, 'x'); }, std::string(300, 'x')},
+      {"past the memory limit",
+       [](const RenderRoom&, RgbImage* image) {
+         image->pixels.assign(size_t(1) << 30, 1);
+         return std::string("allocated");
+       },
+       outOfMemory},
+      {"an exception",
+       [](const RenderRoom&, RgbImage*) -> std::string { throw std::runtime_error("lost"); },
+       "renderer failed"},
+      {"a crash", [](const RenderRoom&, RgbImage*) -> std::string { std::abort(); },
+       "renderer crashed (signal 6)"},
+      {"the CPU limit's signal",
+       [](const RenderRoom&, RgbImage*) {
+         raise(SIGXCPU);
+         return std::string();
+       },
+       "renderer ran over its 3 s time limit"},
+      {"the wall-clock limit",
+       [](const RenderRoom&, RgbImage*) {
+         sleep(5);
+         return std::string();
+       },
+       "renderer ran over its 3 s time limit"},
+      {"killed from outside",
+       [](const RenderRoom&, RgbImage*) {
+         raise(SIGKILL);
+         return std::string();
+       },
+       "renderer gave no image"},
+      {"no image", [](const RenderRoom&, RgbImage*) { return std::string(); },
+       "renderer gave no image"},
+      {"a side above the most asked for",
+       [](const RenderRoom&, RgbImage* image) {
+         *image = RgbImage{5, 1, std::vector<uint8_t>(15)};
+         return std::string();
+       },
+       "renderer gave no image"},
+      {"fewer pixels than its size",
+       [](const RenderRoom&, RgbImage* image) {
+         *image = RgbImage{2, 2, std::vector<uint8_t>(9)};
+         return std::string();
+       },
+       "renderer gave no image"},
+      {"a side above the most asked for, the other way",
+       [](const RenderRoom&, RgbImage* image) {
+         *image = RgbImage{1, 5, std::vector<uint8_t>(15)};
+         return std::string();
+       },
+       "renderer gave no image"},
+      {"a negative size",
+       [](const RenderRoom&, RgbImage* image) {
+         *image = RgbImage{-1, -3, std::vector<uint8_t>(9)};
+         return std::string();
+       },
+       "renderer gave no image"},
+      // Answers written by hand on the pipe (kept on descriptor 3): a header
+      // cut short, and one that is neither an image nor a reason.
+      {"a header cut short",
+       [](const RenderRoom&, RgbImage*) -> std::string {
+         _exit(write(3, "I\1\0\0", 4) == 4 ? 0 : 1);
+       },
+       "renderer gave no image"},
+      {"an unknown answer",
+       [](const RenderRoom&, RgbImage*) -> std::string {
+         _exit(write(3, "Z\1\0\0\0\1\0\0\0abc", 12) == 12 ? 0 : 1);
+       },
+       "renderer gave no image"},
+      {"more bytes than any answer",
+       [](const RenderRoom&, RgbImage* image) {
+         *image = RgbImage{1, 1, std::vector<uint8_t>(size_t(4) << 20)};
+         return std::string();
+       },
+       "renderer gave no image"},
+  };
+  pxhost::RenderLimits limits;
+  // Room enough for the quick ones on a busy machine.
+  limits.seconds = 3;
+  limits.memoryBytes = int64_t(64) << 20;
+  limits.scratchFolder = f.open.string();
+  limits.unconfined = pxhost::LandlockVersion() < 1;
+  for (const Case& c : cases) {
+    RgbImage image;
+    EXPECT_EQ(pxhost::RunLimited({input, {}}, c.render, limits, 4, &image), c.reason) << c.what;
+    EXPECT_EQ(image.pixels.empty(), !c.reason.empty()) << c.what;
+  }
+  for (const auto& entry : fs::directory_iterator(f.open))
+    EXPECT_EQ(entry.path().filename(), "mine") << "left behind";
+  // The private folder goes where it is asked, else in $TMPDIR, else /tmp.
+  limits.scratchFolder = (f.root / "gone").string();
+  RgbImage image;
+  EXPECT_EQ(pxhost::RunLimited({input, {}}, cases[0].render, limits, 4, &image),
+            "cannot make the renderer's folder: " + limits.scratchFolder + ": no such file");
+  const char* tmp = std::getenv("TMPDIR");
+  std::string saved = tmp != nullptr ? tmp : "";
+  limits.scratchFolder.clear();
+  setenv("TMPDIR", (f.root / "gone too").c_str(), 1);
+  EXPECT_EQ(
+      pxhost::RunLimited({input, {}}, cases[0].render, limits, 4, &image),
+      "cannot make the renderer's folder: " + (f.root / "gone too").string() + ": no such file");
+  setenv("TMPDIR", "", 1);
+  EXPECT_EQ(pxhost::RunLimited({input, {}}, cases[0].render, limits, 4, &image), "");
+  if (tmp != nullptr)
+    setenv("TMPDIR", saved.c_str(), 1);
+  else
+    unsetenv("TMPDIR");
+  close(input);
+}
+
+// RunLimited in a child where the kernel fails one call of the renderer
+// child's steps with err (only when the call's arguments match `when`): the
+// seccomp filter answers for the kernel, and its children inherit it.
+struct KernelFault {
+  const char* call;
+  int err;
+  std::vector<scmp_arg_cmp> when;
+};
+
+std::string RenderUnder(const KernelFault& fault, const pxhost::RenderJob& job,
+                        const pxhost::RenderLimits& limits, bool* rendered) {
+  int fds[2];
+  if (pipe(fds) != 0) return "pipe";
+  pid_t pid = fork();
+  if (pid == 0) {
+    close(fds[0]);
+    scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
+    if (seccomp_rule_add_array(filter, SCMP_ACT_ERRNO(fault.err),
+                               seccomp_syscall_resolve_name(fault.call),
+                               unsigned(fault.when.size()), fault.when.data()) != 0 ||
+        seccomp_load(filter) != 0)
+      _exit(99);
+    auto render = [](const pxhost::RenderRoom&, pxhost::RgbImage* image) {
+      *image = pxhost::RgbImage{1, 1, {7, 8, 9}};
+      return std::string();
+    };
+    pxhost::RgbImage image;
+    std::string reason = pxhost::RunLimited(job, render, limits, 4, &image);
+    reason += image.pixels.empty() ? "" : "|rendered";
+    bool written = write(fds[1], reason.data(), reason.size()) == ssize_t(reason.size());
+    ql::FlushCoverageCounts();
+    _exit(written ? 0 : 98);
+  }
+  close(fds[1]);
+  std::string reason;
+  char chunk[512];
+  for (ssize_t n; (n = read(fds[0], chunk, sizeof chunk)) > 0;) reason.append(chunk, size_t(n));
+  close(fds[0]);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return "test child failed";
+  *rendered = reason.size() >= 9 && reason.compare(reason.size() - 9, 9, "|rendered") == 0;
+  if (*rendered) reason.resize(reason.size() - 9);
+  return reason;
+}
+
+TEST(RendererChild, NothingIsRenderedWhenAStepFailsAndTheReasonNamesIt) {
+  if (pxhost::LandlockVersion() < 1) GTEST_SKIP() << "no Landlock in this kernel";
+  Folders f;
+  const std::string confine = "the kernel cannot confine the renderer (";
+  const std::string anyway =
+      "), so the document is not rendered; --render-unconfined renders it anyway";
+  struct Case {
+    KernelFault fault;
+    std::vector<std::string> readable;
+    std::string reason;
+  } cases[] = {
+      // The thumbnailer's own calls: no pipe, no process.
+      {{"pipe2", EMFILE, {}}, {}, "cannot start the renderer: too many open files"},
+      {{"clone", EAGAIN, {SCMP_A0(SCMP_CMP_MASKED_EQ, CLONE_THREAD, 0)}},
+       {},
+       "cannot start the renderer: resource temporarily unavailable"},
+      {{"prctl", EPERM, {SCMP_A0(SCMP_CMP_EQ, PR_SET_PDEATHSIG)}},
+       {},
+       "parent-death signal: permission denied"},
+      // Only /dev/null is opened read-write without O_CLOEXEC.
+      {{"openat", EACCES, {SCMP_A2(SCMP_CMP_EQ, O_RDWR)}}, {}, "/dev/null: permission denied"},
+      {{"fcntl", EMFILE, {SCMP_A1(SCMP_CMP_EQ, F_DUPFD_CLOEXEC)}}, {}, "too many open files"},
+      {{"dup2", EBUSY, {SCMP_A1(SCMP_CMP_EQ, 0)}}, {}, "device or resource busy"},
+      // Moving the kept descriptors down from where they were parked.
+      {{"dup2", EBUSY, {SCMP_A0(SCMP_CMP_GE, 100)}}, {}, "device or resource busy"},
+      {{"close_range", ENOSYS, {}}, {}, "close_range: function not implemented"},
+      {{"prctl", EPERM, {SCMP_A0(SCMP_CMP_EQ, PR_SET_NO_NEW_PRIVS)}},
+       {},
+       confine + "no new privileges: permission denied" + anyway},
+      // A ruleset the kernel does not accept (asking the version passes).
+      {{"landlock_create_ruleset", EINVAL, {SCMP_A2(SCMP_CMP_EQ, 0)}},
+       {},
+       confine + "Landlock: invalid argument" + anyway},
+      {{"landlock_add_rule", EINVAL, {}},
+       {},
+       confine + "Landlock: /usr: invalid argument" + anyway},
+      {{"newfstatat", EIO, {SCMP_A3(SCMP_CMP_MASKED_EQ, AT_EMPTY_PATH, AT_EMPTY_PATH)}},
+       {},
+       confine + "Landlock: /usr: input/output error" + anyway},
+      {{"landlock_restrict_self", EPERM, {}}, {}, confine + "Landlock: permission denied" + anyway},
+      // A path to read that cannot be opened for a reason other than absence.
+      {{"acct", EPERM, {}},
+       {"/etc/passwd/module.so"},
+       confine + "Landlock: /etc/passwd/module.so: a component of the path is not a directory" +
+           anyway},
+      {{"seccomp", EPERM, {SCMP_A0(SCMP_CMP_EQ, 1 /* SECCOMP_SET_MODE_FILTER */)}},
+       {},
+       confine + "seccomp: operation canceled" + anyway},
+  };
+  int input = open((f.open / "mine").c_str(), O_RDONLY | O_CLOEXEC);
+  pxhost::RenderLimits limits;
+  limits.scratchFolder = f.open.string();
+  for (const Case& c : cases) {
+    bool rendered = true;
+    EXPECT_EQ(RenderUnder(c.fault, {input, c.readable}, limits, &rendered), c.reason)
+        << c.fault.call;
+    EXPECT_FALSE(rendered) << c.fault.call;
+  }
+  // Asked to render anyway, it does, where the kernel could not confine it.
+  limits.unconfined = true;
+  bool rendered = false;
+  EXPECT_EQ(RenderUnder({"landlock_restrict_self", EPERM, {}}, {input, {}}, limits, &rendered), "");
+  EXPECT_TRUE(rendered);
+  close(input);
+}
+
+// A plug-in installed without its renderer module, or beside a module that
+// is not one: the page is not rendered, and the line says which.
+TEST(RendererChild, AMissingOrForeignRendererModuleIsNamed) {
+  if (pxhost::LandlockVersion() < 1) GTEST_SKIP() << "no Landlock in this kernel";
+  Folders f;
+  fs::copy_file(QL_PLUGIN, f.open / "qlformat.so");
+  std::string ps = "%!PS-Adobe-3.0\n%%BoundingBox: 0 0 20 20\n%%EndComments\n" +
+                   std::string(600, '%') + "\n0 0 20 20 rectfill\nshowpage\n";
+  std::ofstream(f.open / "page.ps") << ps;
+  std::string run = "cd " + f.open.string() + " && " + QL_PXHOST +
+                    " --plugin ./qlformat.so thumbnail page.ps out.png";
+  qltest::Outcome missing = qltest::Shell(run);
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.out, "pxhost: page.ps: the renderer module cannot be loaded\n");
+  // Any other module under its name.
+  fs::copy_file(QL_PLUGIN, f.open / "qlformat-render.so");
+  qltest::Outcome foreign = qltest::Shell(run);
+  EXPECT_EQ(foreign.status, 1);
+  EXPECT_EQ(foreign.out, "pxhost: page.ps: the renderer module has no entry\n");
+  EXPECT_FALSE(fs::exists(f.open / "out.png"));
 }
 
 // pxhost on a kernel without Landlock, as a filter that answers "not

@@ -3,7 +3,11 @@
 // in each colour model, and EPSI hex at every depth.
 #include "desktop/eps_previews.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <tiffio.h>
 #include <unistd.h>
 
@@ -12,6 +16,10 @@
 #include <iterator>
 #include <string>
 #include <vector>
+
+#include "common/coverage_counts.h"
+#include "desktop/eps_files.h"
+#include "tests/support/fixture_file.h"
 
 namespace {
 
@@ -193,6 +201,16 @@ std::string TiffAnnouncing(uint32_t width, uint32_t height, uint32_t stripBytes)
   return t;
 }
 
+// The same with one entry's value changed: a strip that lies beyond the
+// file, or samples of a size libtiff's RGBA reader does not take.
+std::string Patched(int entry, uint16_t value) {
+  std::string t = TiffAnnouncing(4, 2, 8);
+  size_t at = 8 + 8 + 2 + size_t(entry) * 12 + 8;
+  t[at] = char(value);
+  t[at + 1] = char(value >> 8);
+  return t;
+}
+
 TEST(TiffPreview, DamageGivesAReasonAndNoPicture) {
   RgbImage image;
   bool colour = false;
@@ -207,6 +225,9 @@ TEST(TiffPreview, DamageGivesAReasonAndNoPicture) {
       {TiffAnnouncing(100000, 100000, 8), "100000 x 100000 pixels is too large"},
       {TiffAnnouncing(4, 2, 8).substr(0, 30), "TIFF preview"},  // the IFD cut off
       {TiffAnnouncing(0, 2, 8), "TIFF preview"},
+      {Patched(4 /* StripOffsets */, 0x7000), "TIFF preview is damaged: "},
+      {Patched(2 /* BitsPerSample */, 3),
+       "TIFF preview: Sorry, can not handle images with 3-bit samples"},
   };
   for (const Case& c : cases) {
     RgbImage none;
@@ -230,6 +251,8 @@ TEST(EpsiPreview, EveryDepthZeroIsWhite) {
       {"%%BeginPreview: 4 2 2 1", "% 1B 00\r\n", {255, 170, 85, 0}},
       {"%%BeginPreview: 4 2 4 2", "%  0F 8F\r\n%00 00\r\n", {255, 0, 119, 0}},
       {"%%BeginPreview: 4 2 8 3", "% 00FF\r\n% 8040\r\n% 0000000000000000\r\n", {255, 0, 127, 191}},
+      // Lower-case hex, blanks anywhere, blanks around the numbers.
+      {"%%BeginPreview:\t4 2\t8 2 \t", "%\t00ff 80\t40\r\n% 00000000\r\n", {255, 0, 127, 191}},
   };
   for (const Case& c : cases) {
     RgbImage image;
@@ -265,6 +288,14 @@ TEST(EpsiPreview, AbsentOrDamaged) {
       {"%%BeginPreview: 0 2 1 2", "% 50\r\n% F0\r\n", "empty"},
       {"%%BeginPreview: 4 2 1", "% 50\r\n% F0\r\n", "not four numbers"},
       {"%%BeginPreview: 4 2 1 99999999999999999999", "", "not four numbers"},
+      {"%%BeginPreview: 4x 2 1 2", "% 50\r\n% F0\r\n", "not four numbers"},
+      {"%%BeginPreview: 4 2 1 2 5", "% 50\r\n% F0\r\n", "not four numbers"},
+      {"%%BeginPreview: 4 0 1 2", "% 50\r\n% F0\r\n", "empty"},
+      // The preview's lines end at a blank line, a line of program or a
+      // structure comment.
+      {"%%BeginPreview: 4 2 1 2", "% 50\r\n\r\n", "fewer lines than the 2 it announces"},
+      {"%%BeginPreview: 4 2 1 2", "% 50\r\n0 0 moveto\r\n", "fewer lines than the 2"},
+      {"%%BeginPreview: 4 2 1 2", "% 50\r\n", "fewer lines than the 2"},  // then %%EndPreview
   };
   for (const Case& c : cases) {
     RgbImage none;
@@ -273,6 +304,125 @@ TEST(EpsiPreview, AbsentOrDamaged) {
     EXPECT_NE(error.find(c.reason), std::string::npos) << error << " / " << c.reason;
     EXPECT_TRUE(none.pixels.empty());
   }
+}
+
+// The readers over an open descriptor: only the bytes each needs, and a
+// reason for a file that ends early or cannot be read.
+TEST(EpsFiles, WhatTheFirstBytesSay) {
+  using pxhost::DocumentStart;
+  struct Case {
+    std::string head;
+    DocumentStart start;
+  } cases[] = {
+      {"%!PS-Adobe-3.0\n", DocumentStart::kPostScript},
+      {"%!PS", DocumentStart::kPostScript},
+      {"%PDF-1.4\n", DocumentStart::kPdf},
+      {"%PDF", DocumentStart::kUnknown},
+      {"\xC5\xD0\xD3\xC6", DocumentStart::kDosEps},
+      {"\xC5\xD0\xD3", DocumentStart::kUnknown},
+      {"%!Q", DocumentStart::kUnknown},
+      {"", DocumentStart::kUnknown},
+  };
+  for (const Case& c : cases) {
+    qltest::MemFile file(c.head);
+    EXPECT_EQ(pxhost::SniffDocument(file.fd()), c.start) << c.head;
+  }
+}
+
+TEST(EpsFiles, SectionsReadFromTheDescriptorOrAReason) {
+  std::string ps = "%!PS-Adobe-3.0 EPSF-3.0\n%%BoundingBox: 0 0 4 2\nshowpage\n";
+  std::string eps = Header(30, uint32_t(ps.size()), 0, 0, 0, 0) + ps;
+  qltest::MemFile file(eps), shortFile(eps.substr(0, 29));
+  char dirName[] = "/tmp/eps_files_test.XXXXXX";
+  ASSERT_NE(mkdtemp(dirName), nullptr);
+  std::string dir = dirName;
+  int folder = open(dirName, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  std::string writeOnlyName = dir + "/write-only";
+  std::ofstream(writeOnlyName) << eps;
+  int writeOnly = open(writeOnlyName.c_str(), O_WRONLY | O_CLOEXEC);
+
+  DosEpsHeader h;
+  EXPECT_EQ(pxhost::ReadDosEpsFile(file.fd(), &h), "");
+  EXPECT_EQ(h.postscript.length, ps.size());
+  EXPECT_EQ(pxhost::ReadDosEpsFile(shortFile.fd(), &h), "DOS EPS header cut short");
+  EXPECT_EQ(pxhost::ReadDosEpsFile(folder, &h), "is a directory");
+  EXPECT_EQ(pxhost::ReadDosEpsFile(writeOnly, &h), "bad file descriptor");
+
+  RgbImage image;
+  bool colour = false;
+  DosEpsHeader beyond;
+  beyond.tiff = {uint32_t(eps.size() - 4), 40};  // as if the file shrank since its header was read
+  EXPECT_EQ(pxhost::ReadTiffSection(file.fd(), beyond, &image, &colour),
+            "the file ended early (changed while read?)");
+  beyond.tiff = {30, 0x7FFFFFFF};
+  EXPECT_EQ(pxhost::ReadTiffSection(file.fd(), beyond, &image, &colour),
+            "TIFF preview section is too large");
+  EXPECT_TRUE(image.pixels.empty());
+
+  // The PostScript alone, for the renderer; nothing left behind on failure.
+  std::string copy;
+  ASSERT_EQ(pxhost::CopySection(file.fd(), {30, uint32_t(ps.size())}, dir, &copy), "");
+  std::ifstream in(copy, std::ios::binary);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), ps);
+  std::remove(copy.c_str());
+  struct Failure {
+    int fd;
+    pxhost::EpsSection section;
+    std::string folder, reason;
+  } failures[] = {
+      {file.fd(), {30, uint32_t(ps.size()) + 1}, dir, "the file ended early (changed while read?)"},
+      {writeOnly, {30, 10}, dir, "bad file descriptor"},
+      {file.fd(),
+       {30, 10},
+       dir + "/gone",
+       "cannot write the PostScript for the renderer: no such file"},
+  };
+  for (const Failure& f : failures) {
+    std::string path;
+    EXPECT_EQ(pxhost::CopySection(f.fd, f.section, f.folder, &path), f.reason);
+    EXPECT_TRUE(path.empty());
+  }
+  // The renderer's folder full (here: a file size limit), in a child.
+  pid_t child = fork();
+  if (child == 0) {
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit small{10, RLIM_INFINITY}, none{RLIM_INFINITY, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &small);
+    std::string path;
+    std::string reason = pxhost::CopySection(file.fd(), {30, uint32_t(ps.size())}, dir, &path);
+    setrlimit(RLIMIT_FSIZE, &none);
+    ql::FlushCoverageCounts();
+    _exit(reason == "cannot write the PostScript for the renderer: file too large" ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  close(writeOnly);
+  std::remove(writeOnlyName.c_str());
+  EXPECT_EQ(rmdir(dirName), 0) << "a copy was left behind";
+  close(folder);
+}
+
+TEST(EpsFiles, AnEpsiPreviewLongerThanTheFirstReadIsReadWhole) {
+  // 512 x 512 at 8 bits: a megabyte of hex, well past the first 64 KiB.
+  const int side = 512;
+  std::string lines;
+  for (int y = 0; y < side; ++y)
+    lines += "% " + std::string(size_t(side) * 2, y % 2 ? 'F' : '0') + "\r\n";
+  std::string doc = Epsi("%%BeginPreview: 512 512 8 512", lines);
+  qltest::MemFile file(doc);
+  RgbImage image;
+  bool found = false;
+  // Length 0: the whole file is the PostScript.
+  ASSERT_EQ(pxhost::ReadEpsiFile(file.fd(), {0, 0}, &image, &found), "");
+  EXPECT_TRUE(found);
+  ASSERT_EQ(image.width, side);
+  ASSERT_EQ(image.height, side);
+  EXPECT_EQ(Px(image, 0, side - 1)[0], 0);  // the last row, which only the second read holds
+  // A section that ends before the preview does is refused, not read further.
+  found = false;
+  EXPECT_NE(pxhost::ReadEpsiFile(file.fd(), {0, 100000}, &image, &found), "");
+  EXPECT_TRUE(found);
 }
 
 }  // namespace

@@ -204,4 +204,54 @@ TEST(ThumbnailChoice, XmpJpegItemThatIsNoBase64) {
   EXPECT_EQ(Size(run), std::tuple(4, 4));
 }
 
+// Each way the XMP source gives no picture names its reason, and the
+// embedded preview then gives the picture.
+TEST(ThumbnailChoice, XmpSourceReasons) {
+  jpegtest::Rgb source{16, 16, std::vector<uint8_t>(16 * 16 * 3, 90)};
+  std::string jpeg = jpegtest::Encode(source, 6);
+  struct Case {
+    std::string format;
+    bool item;
+    std::string jpeg, reason;
+  } cases[] = {
+      {"", false, "", "no XMP metadata"},
+      {"application/pdf", false, "", "no JPEG thumbnail in the XMP metadata"},
+      {"", true, "GIF89a", "damaged JPEG thumbnail (Not a JPEG file: starts with 0x47 0x49)"},
+      // Its tables cut out: the frame refers to tables never given.
+      {"", true, jpeg.substr(0, 2) + jpeg.substr(jpeg.find("\xFF\xC0")),
+       "damaged JPEG thumbnail (Quantization table 0x00 was not defined)"},
+  };
+  for (const Case& c : cases) {
+    ql7::Options o;
+    o.pdf = true;
+    o.xmpFormat = c.format;
+    o.xmpJpegThumbnail = c.item;
+    o.xmpJpeg = c.jpeg;
+    std::string file = ql7::VectorFile(Grey(4, 4), o);
+    pxhost::RgbImage picture;
+    EXPECT_EQ(XmpSource(file, &picture), c.reason);
+    EXPECT_TRUE(picture.pixels.empty());
+    Result run = Make("doc.pdf", file);
+    EXPECT_EQ(run.outcome.status, 0) << run.outcome.out;
+    EXPECT_EQ(Size(run), std::tuple(4, 4)) << c.reason;
+  }
+}
+
+// A PDF far shorter than the plug-in's classifier reads (it names nothing
+// under 512 bytes) is told by its first bytes and rendered.
+TEST(ThumbnailChoice, AShortPdfIsStillRendered) {
+  std::string pdf =
+      "%PDF-1.4\n1 0 obj << /Type /Catalog /Pages 2 0 R >> endobj\n2 0 obj << /Type /Pages "
+      "/Kids [3 0 R] /Count 1 >> endobj\n3 0 obj << /Type /Page /Parent 2 0 R /MediaBox [0 0 72 "
+      "36] >> endobj\ntrailer << /Root 1 0 R >>\n%%EOF\n";
+  ASSERT_LT(pdf.size(), 512u);
+  Result run = Make("tiny.pdf", pdf);
+  EXPECT_EQ(run.outcome.status, 0) << run.outcome.out;
+  EXPECT_EQ(Size(run), std::tuple(72, 36));
+  Result off = Make("tiny.pdf", pdf, "--no-render");
+  EXPECT_EQ(off.outcome.status, 1);
+  EXPECT_NE(off.outcome.out.find("no picture in the file, and rendering is off"), std::string::npos)
+      << off.outcome.out;
+}
+
 }  // namespace

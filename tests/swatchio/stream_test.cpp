@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -101,6 +102,129 @@ TEST(DataFilterStreamTest, WriteNeedsAWritableFile) {
   EXPECT_EQ(writing.Write("hello", 5), 5);
   writing.Seek(classic::fsFromStart, 0);
   EXPECT_EQ(ReadN(writing, 5), "hello");
+}
+
+// The classic calls' result codes on descriptors that cannot do what is
+// asked: the readers tell a damaged file from an unreadable one by them.
+TEST(ClassicFileTest, FailuresGiveTheirResultCodes) {
+  using namespace classic;
+  qltest::MemFile file("abcdef");
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  int folder = open("/", O_RDONLY | O_DIRECTORY);
+  int full = open("/dev/full", O_WRONLY);
+  qltest::DiskFile disk("swatches.sxf", std::string(100000, 's'));
+  int writeOnly = open(disk.path().c_str(), O_WRONLY);
+  int16_t f = int16_t(file.fd());
+  char buffer[70000];
+  struct Case {
+    const char* what;
+    std::function<OSErr(int32_t*)> call;
+    OSErr result;
+    int32_t count;  // what *count becomes
+  } cases[] = {
+      {"seek with no such mode", [&](int32_t*) { return SetFPos(f, 7, 0); }, paramErr, 0},
+      {"seek past the end stops there",
+       [&](int32_t* n) {
+         OSErr e = SetFPos(f, fsFromStart, 99);
+         *n = 1;
+         FSRead(f, n, buffer);
+         return e;
+       },
+       eofErr, 0},
+      {"seek on a pipe", [&](int32_t*) { return SetFPos(int16_t(fds[0]), fsFromStart, 0); },
+       rfNumErr, 0},
+      {"read with no file number",
+       [&](int32_t* n) {
+         *n = 1;
+         return FSRead(-1, n, buffer);
+       },
+       rfNumErr, 0},
+      {"write with no file number",
+       [&](int32_t* n) {
+         *n = 1;
+         return FSWrite(-1, n, "x");
+       },
+       rfNumErr, 0},
+      {"negative read",
+       [&](int32_t* n) {
+         *n = -1;
+         return FSRead(f, n, buffer);
+       },
+       paramErr, 0},
+      {"read from a pipe",
+       [&](int32_t* n) {
+         *n = 1;
+         return FSRead(int16_t(fds[0]), n, buffer);
+       },
+       rfNumErr, 0},
+      {"small read from a folder",
+       [&](int32_t* n) {
+         *n = 10;
+         return FSRead(int16_t(folder), n, buffer);
+       },
+       ioErr, 0},
+      {"large read from a folder",
+       [&](int32_t* n) {
+         *n = 70000;
+         return FSRead(int16_t(folder), n, buffer);
+       },
+       ioErr, 0},
+      {"small read from a write-only file",
+       [&](int32_t* n) {
+         *n = 10;
+         return FSRead(int16_t(writeOnly), n, buffer);
+       },
+       rfNumErr, 0},
+      {"large read from a write-only file",
+       [&](int32_t* n) {
+         *n = 70000;
+         return FSRead(int16_t(writeOnly), n, buffer);
+       },
+       rfNumErr, 0},
+      {"negative write",
+       [&](int32_t* n) {
+         *n = -1;
+         return FSWrite(f, n, "x");
+       },
+       paramErr, 0},
+      {"write to a pipe",
+       [&](int32_t* n) {
+         *n = 1;
+         return FSWrite(int16_t(fds[1]), n, "x");
+       },
+       rfNumErr, 0},
+      {"write to a full device",
+       [&](int32_t* n) {
+         *n = 3;
+         return FSWrite(int16_t(full), n, "xyz");
+       },
+       ioErr, 0},
+      {"large read, end of file",
+       [&](int32_t* n) {
+         *n = 70000;
+         return FSRead(f, n, buffer);
+       },
+       eofErr, 6},
+  };
+  for (const Case& c : cases) {
+    int32_t count = 0;
+    SetFPos(f, fsFromStart, 0);
+    EXPECT_EQ(c.call(&count), c.result) << c.what;
+    EXPECT_EQ(count, c.count) << c.what;
+  }
+  // A descriptor closed after the calls last used it: the window they keep
+  // for it is no proof it is still open.
+  int16_t stale = int16_t(dup(file.fd()));
+  ASSERT_EQ(SetFPos(stale, fsFromStart, 0), noErr);
+  int32_t count = 2;
+  ASSERT_EQ(FSRead(stale, &count, buffer), noErr);
+  close(stale);
+  count = 2;
+  EXPECT_EQ(FSWrite(stale, &count, "xy"), rfNumErr);
+  count = 2;
+  EXPECT_EQ(FSRead(stale, &count, buffer), rfNumErr);
+  for (int fd : {fds[0], fds[1], folder, full, writeOnly}) close(fd);
 }
 
 }  // namespace

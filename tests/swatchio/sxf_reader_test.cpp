@@ -242,6 +242,44 @@ std::string BigEndianUnits(const std::u16string& text, uint16_t count) {
   return out;
 }
 
+// A block as the file holds it: type, body length, body (big-endian).
+std::string Block(uint16_t type, const std::string& body) {
+  std::string b{char(type >> 8), char(type & 0xFF)};
+  for (int shift = 24; shift >= 0; shift -= 8) b.push_back(char(body.size() >> shift & 0xFF));
+  return b + body;
+}
+
+// The last block of a file, cut off inside each of its fields; a name
+// that reaches the end of the file is still read, as far as it goes.
+TEST(SXFBlocks, LastBlockCutOffInsideEachField) {
+  const std::string empty("\0\0", 2), rgb = "RGB ", tint("\x3F\x00\x00\x00", 4);
+  const std::string values(12, '\0');
+  struct Case {
+    std::string file;
+    int32_t result;
+  } cases[] = {
+      {"SXFF\x00\x01", 5},                                     // the version
+      {Header(1) + Block(2, "\x3F"), 5},                       // the tint
+      {Header(1) + Block(1, empty), 5},                        // the model's code
+      {Header(1) + Block(2, tint + empty + rgb + values), 5},  // the type word
+      {Header(1) + Block(2, tint + empty + rgb + values + std::string("\0\0", 2)), 0},
+  };
+  for (const Case& c : cases) {
+    VantorSwatchBook book;
+    EXPECT_EQ(Parse(c.file, book), c.result) << c.file.size();
+  }
+  struct Name {
+    std::u16string units;
+    const char* shown;
+  } names[] = {{u"$$", "$$"}, {u"$x$=y", "$x$=y"}, {u"$$$key", "$$$key"}, {u"$$$k=v", "v"}};
+  for (const Name& n : names) {
+    VantorSwatchBook book;
+    std::string name = BigEndianUnits(n.units, uint16_t(n.units.size()));
+    ASSERT_EQ(Parse(Header(1) + Block(0xC001, name), book), 0) << n.shown;
+    EXPECT_EQ(book.GetSwatchGroupName(0).ToUTF8(), n.shown);
+  }
+}
+
 TEST(ReadUTF16Test, CursorAdvance) {
   // The longest string a count can give, with its prefix: the skip past
   // the prefix needs all of its 17 bits.
