@@ -2,6 +2,8 @@
 // error lines for every command, JSON Lines, standard input, folder walks,
 // and the faults users ran into.
 #include <pty.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -118,6 +121,101 @@ TEST(PxhostContract, AFailedStandardOutputIsTold) {
   }
   EXPECT_EQ(ToFullDisk("identify " + kSwatches).out,
             "pxhost: standard output: no space left on device\n");
+}
+
+// A value pxhost cannot take, or options that would share standard output,
+// are usage errors (exit code 2) whose message names what was wrong.
+TEST(PxhostContract, BadValuesAreUsageErrorsThatSayWhich) {
+  qltest::DiskFile page("page.ps", Vector(2, 2));
+  const std::string out = page.path() + ".png";
+  struct Case {
+    std::string args, says;
+  };
+  for (const Case& c : std::vector<Case>{
+           {"call 2 " + kSwatches + " --file-type SXFFF",
+            "--file-type takes a four-character code"},
+           {"call 2 " + kSwatches + " --withhold required5", "required5"},
+           {"preview --json " + page.path() + " -o -",
+            "--json and -o - would share standard output"},
+           {"palette --json " + kSwatches, "--json needs -o OUT"},
+           {"identify -j 0 " + kSwatches, "--jobs"},
+           {"palette " + kSwatches + " -f svg", "svg"},
+           {"thumbnail -s 4097 " + page.path() + " " + out, "4097"},
+           {"preview " + page.path() + " -o " + page.path() + ".gif",
+            "unknown image format (use .png or .ppm)"},
+       }) {
+    Outcome r = Pxhost(c.args);
+    EXPECT_EQ(r.status, 2) << c.args << "\n" << r.out;
+    EXPECT_EQ(r.out.rfind("pxhost: ", 0), 0u) << c.args << "\n" << r.out;
+    EXPECT_TRUE(Has(r, c.says)) << c.args << "\n" << r.out;
+  }
+  EXPECT_FALSE(fs::exists(out));
+}
+
+// The names in a folder, sorted.
+std::vector<std::string> Listing(const fs::path& dir) {
+  std::vector<std::string> names;
+  for (const auto& e : fs::directory_iterator(dir)) names.push_back(e.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// Outputs the file system or the contract refuses: exit code 2, one line
+// naming the output and the reason, and nothing left beside it (no
+// temporary file, the input untouched).
+TEST(PxhostContract, OutputsThatCannotBeWritten) {
+  qltest::DiskFile page("page.ps", Vector(2, 2));
+  fs::path dir = fs::path(page.path()).parent_path();
+  fs::copy_file(kSwatches, dir / "book.sxf");
+  const std::string book = (dir / "book.sxf").string();
+  fs::create_directory_symlink("loop", dir / "loop");
+  fs::create_hard_link(page.path(), dir / "page.png");
+  fs::create_directory(dir / "folder");
+  // A socket left by some server: it exists, and opening it for writing fails.
+  int server = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string socketPath = (dir / "socket").string();
+  ASSERT_LT(socketPath.size(), sizeof address.sun_path);
+  std::memcpy(address.sun_path, socketPath.c_str(), socketPath.size());
+  ASSERT_EQ(bind(server, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  const std::string pageBytes = Vector(2, 2);
+  const std::string isInput = "is also an input; refusing to write over it";
+  struct Case {
+    std::string command, target, reason;
+  };
+  std::vector<Case> cases{
+      {"preview " + page.path() + " -o ", (dir / "loop/x.png").string(),
+       "too many levels of symbolic links"},
+      {"preview " + page.path() + " -o ", socketPath, "no such device or address"},
+      {"preview " + page.path() + " -o ", (dir / "page.png").string(), isInput},  // a hard link
+      {"xmp " + book + " -o ", dir.string() + "/./book.sxf", isInput},
+      {"palette " + book + " -o ", dir.string() + "//book.sxf", isInput},
+      {"xmp " + book + " -o ", (dir / "folder").string(), "is a directory"},
+      {"thumbnail " + page.path() + " ", (dir / "folder").string(), "is a directory"},
+  };
+  const std::vector<std::string> before = Listing(dir);
+  auto check = [&](const Case& c, const fs::path& folder, const std::vector<std::string>& was) {
+    Outcome r = Pxhost(c.command + c.target);
+    EXPECT_EQ(r.status, 2) << c.command << c.target;
+    EXPECT_EQ(r.out, "pxhost: " + c.target + ": " + c.reason + "\n") << c.command;
+    EXPECT_EQ(Listing(folder), was) << c.command << c.target;
+  };
+  for (const Case& c : cases) check(c, dir, before);
+  close(server);
+  EXPECT_EQ(qltest::Shell("cat " + page.path()).out, pageBytes);
+  EXPECT_EQ(qltest::Shell("cmp " + book + " " + kSwatches).status, 0);
+
+  // A read-only file system (a tmpfs mounted read-only, where the machine
+  // lets the test mount one).
+  fs::path frozen = dir / "frozen";
+  fs::create_directories(frozen);
+  if (qltest::Shell("mount -t tmpfs -o ro,size=16k qlformat-test " + frozen.string() + " 2>&1")
+          .status == 0) {
+    check({"preview " + page.path() + " -o ", (frozen / "x.png").string(), "read-only file system"},
+          frozen, {});
+    qltest::Shell("umount " + frozen.string());
+  }
 }
 
 // `pxhost help` lists the commands; help on a command names it as typed.
@@ -380,6 +478,25 @@ TEST(PxhostContract, PermissionDenied) {
   EXPECT_EQ(r.out, "pxhost: " + locked.string() + ": permission denied\n" + page.path() +
                        ": not a swatch exchange file (bad signature)\n");
   fs::permissions(locked, fs::perms::owner_all);
+
+  // A shared folder (sticky, like /tmp) lets nobody make the temporary file
+  // but not replace another user's file with it: the rename fails, the
+  // packet's pages are not written either, and the target and folder stay
+  // as they were.
+  if (!as.empty()) {
+    fs::path shared = dir / "shared";
+    fs::create_directories(shared);
+    fs::permissions(shared, fs::perms::all | fs::perms::sticky_bit);
+    std::ofstream(shared / "kept.xmp") << "old";
+    fs::permissions(shared / "kept.xmp", fs::perms::all);
+    r = qltest::Shell(as + QL_PXHOST + " xmp " + kSwatches + " -o " +
+                      (shared / "kept.xmp").string() + " --pages " + (shared / "pages").string());
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.out, "pxhost: " + (shared / "kept.xmp").string() + ": permission denied\n");
+    EXPECT_EQ(qltest::Shell("cat " + (shared / "kept.xmp").string()).out, "old");
+    EXPECT_EQ(Listing(shared), (std::vector<std::string>{"kept.xmp", "pages"}));
+    EXPECT_TRUE(fs::is_empty(shared / "pages"));
+  }
 }
 
 // -j: the same lines, exit code and files as a serial run, in input order.

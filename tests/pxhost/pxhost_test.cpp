@@ -64,6 +64,57 @@ TEST(Pxhost, PreviewWritesTheThumbnails) {
             std::string::npos)
       << r.out;
   EXPECT_TRUE(std::filesystem::exists(dir + "page.png"));
+
+  // A .ppm output is a binary PPM of the same pixels, whatever the case of
+  // its extension.
+  std::string ppm = file.path() + ".PPM";
+  ASSERT_EQ(Pxhost("preview " + file.path() + " -o " + ppm).status, 0);
+  pxhost::RgbImage fromPpm;
+  ASSERT_EQ(pxhost::ReadImage(ppm, &fromPpm), "");
+  EXPECT_EQ(std::tuple(fromPpm.width, fromPpm.height), std::tuple(9, 4));
+  EXPECT_EQ(fromPpm.pixels, Image(9, 4).pixels);
+}
+
+// The pictures the tools read (PNG and binary PPM, by the name's extension in
+// any case): what is not one, or is cut short, is refused with a reason, and
+// a PPM header's size is checked before anything is allocated from it.
+TEST(Pxhost, ReadImageRefusesWhatItCannotRead) {
+  std::string png;
+  ASSERT_EQ(pxhost::EncodePng(Image(3, 2), &png), "");
+  const std::string pixels = "\x01\x02\x03\x04\x05\x06";
+  struct Case {
+    const char* name;
+    std::string bytes, error;
+  };
+  const Case cases[] = {
+      {"c.ppm", "P6\n# made by hand\n2 1\n255\n" + pixels, ""},
+      {"u.PNG", png, ""},
+      {"t.ppm", "P6 2 1 255\n" + pixels.substr(0, 5), "truncated PPM file"},
+      {"a.ppm", "P3\n2 1\n255\n1 2 3 4 5 6\n", "not a binary PPM (P6) file"},
+      {"n.ppm", "P6\n2\n", "not a binary PPM (P6) file"},
+      {"d.ppm", "P6\n2 1\n65535\n" + pixels + pixels, "only 8-bit PPM files are supported"},
+      {"z.ppm", "P6\n0 1\n255\n", "unsupported PPM size"},
+      {"h.ppm", "P6\n40000 40000\n255\n" + pixels, "unsupported PPM size"},
+      {"x.png", "P6\n2 1\n255\n" + pixels, "not a readable PNG file"},
+      {"cut.png", png.substr(0, png.size() - 20), "not a readable PNG file"},
+      {"x.gif", png, "unknown image format (use .png or .ppm)"},
+  };
+  for (const Case& c : cases) {
+    qltest::DiskFile file(c.name, c.bytes);
+    pxhost::RgbImage image;
+    std::string error = pxhost::ReadImage(file.path(), &image);
+    EXPECT_EQ(error, c.error.empty() ? "" : file.path() + ": " + c.error) << c.name;
+    if (c.error.empty()) {
+      bool ppm = c.name[0] == 'c';
+      EXPECT_EQ(image.pixels,
+                ppm ? std::vector<uint8_t>(pixels.begin(), pixels.end()) : Image(3, 2).pixels)
+          << c.name;
+      EXPECT_EQ(image.width, ppm ? 2 : 3) << c.name;
+    }
+  }
+  pxhost::RgbImage none;
+  EXPECT_EQ(pxhost::ReadImage("/nonexistent.png", &none),
+            "/nonexistent.png: No such file or directory");
 }
 
 TEST(Pxhost, CallReportsTheWrittenFields) {
@@ -103,6 +154,12 @@ TEST(Pxhost, MethodNamesEachFile) {
   Outcome r = Pxhost("method " + a.path());
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out, a.path() + ": pdf\n");
+  // A JPEG thumbnail in the XMP, without a PDF format there.
+  ql7::Options thumb;
+  thumb.pdf = true;
+  thumb.xmpJpegThumbnail = true;
+  qltest::DiskFile t("t.pdf", ql7::VectorFile(Image(2, 2), thumb));
+  EXPECT_EQ(Pxhost("method " + t.path()).out, t.path() + ": xmp-thumbnail\n");
   Outcome missing = Pxhost("method " + a.path() + " /nonexistent.ps");
   EXPECT_EQ(missing.status, 1);
   EXPECT_NE(missing.out.find("pxhost: /nonexistent.ps: no such file\n"), std::string::npos);
@@ -165,25 +222,31 @@ TEST(Pxhost, OutputsAreAtomic) {
   EXPECT_TRUE(fs::exists(dir / "pages/page-1.jpg"));
 }
 
-// A device that fills up mid-write (a 16 KiB tmpfs, mounted where the
-// machine lets the test mount one) fails the run and keeps nothing: neither
-// the packet nor the pages nor a temporary file.
+// A device that fills up mid-write (a small tmpfs, mounted where the machine
+// lets the test mount one) fails the run and keeps nothing: neither the
+// packet nor the pages nor a temporary file, whether the packet (about
+// 90 KB) or one of the two pages (about 18 KB each) meets the end of the
+// space.
 TEST(Pxhost, AFullDeviceKeepsNothing) {
   qltest::DiskFile anchor("anchor", "");
   fs::path small = fs::path(anchor.path()).parent_path() / "small";
   fs::create_directories(small);
-  if (qltest::Shell("mount -t tmpfs -o size=16k qlformat-test " + small.string() + " 2>&1")
-          .status != 0)
-    GTEST_SKIP() << "mounting a tmpfs needs root";
-  // A packet of about 90 KB.
   std::string swatches = std::string(QL_SOURCE_DIR) + "/samples/swatches/palette.sxf";
-  Outcome r = Pxhost("xmp " + swatches + " -o " + (small / "packet.xmp").string() + " --pages " +
-                     (small / "pages").string());
-  std::vector<std::string> left = Listing(small);
-  qltest::Shell("umount " + small.string());
-  EXPECT_EQ(r.status, 2) << r.out;
-  EXPECT_NE(r.out.find(": no space left on device"), std::string::npos) << r.out;
-  EXPECT_TRUE(left.empty() || left == std::vector<std::string>{"pages"}) << left.size();
+  for (const char* size : {"16k", "112k", "128k"}) {
+    if (qltest::Shell("mount -t tmpfs -o size=" + std::string(size) + " qlformat-test " +
+                      small.string() + " 2>&1")
+            .status != 0)
+      GTEST_SKIP() << "mounting a tmpfs needs root";
+    Outcome r = Pxhost("xmp " + swatches + " -o " + (small / "packet.xmp").string() + " --pages " +
+                       (small / "pages").string());
+    std::vector<std::string> left = Listing(small);
+    bool pagesEmpty = !fs::exists(small / "pages") || fs::is_empty(small / "pages");
+    qltest::Shell("umount " + small.string());
+    EXPECT_EQ(r.status, 2) << size << r.out;
+    EXPECT_NE(r.out.find(": no space left on device"), std::string::npos) << size << r.out;
+    EXPECT_TRUE(left.empty() || left == std::vector<std::string>{"pages"}) << size << left[0];
+    EXPECT_TRUE(pagesEmpty) << size;
+  }
 }
 
 // An installed copy finds the module relative to itself, in the prefix's
