@@ -430,27 +430,32 @@ TEST(PxhostContract, HostilePathsAreReported) {
                        (dir / "nodir").string() + " does not exist\n");
 }
 
-// What the file system refuses a user: root reads and writes everywhere, so
-// as root the commands run as nobody.
+// Root reads and writes everywhere and is not held to process limits: as
+// root, what is refused a user is tried as nobody. The command prefix that
+// does so ("" when not root, "!" when nobody cannot run pxhost); scratch is
+// a folder nobody may write.
+std::string AsAUser(const fs::path& scratch) {
+  if (geteuid() != 0) return "";
+  // An instrumented build adds its counts on exit beside the build's objects,
+  // where nobody may not write (and would say so on standard error): nobody's
+  // counts go to a folder nobody may write, the one the coverage run merges
+  // from when it names one.
+  const char* merged = std::getenv("QL_FOREIGN_COUNTS");
+  fs::path counts = merged != nullptr ? fs::path(merged) : scratch / "counts";
+  fs::create_directories(counts);
+  fs::permissions(counts, fs::perms::all | fs::perms::sticky_bit);
+  std::string as =
+      "setpriv --reuid=65534 --regid=65534 --clear-groups env GCOV_PREFIX=" + counts.string() + " ";
+  return qltest::Shell(as + QL_PXHOST + " --version").status == 0 ? as : "!";
+}
+
+// What the file system refuses a user.
 TEST(PxhostContract, PermissionDenied) {
   qltest::DiskFile page("page.ps", Vector(2, 2));
   fs::path dir = fs::path(page.path()).parent_path();
   fs::permissions(dir, fs::perms::all);  // nobody may reach the files
-  std::string as;
-  if (geteuid() == 0) {
-    // An instrumented build adds its counts on exit beside the build's objects,
-    // where nobody may not write (and would say so on standard error): nobody's
-    // counts go to a folder nobody may write, the one the coverage run merges
-    // from when it names one.
-    const char* merged = std::getenv("QL_FOREIGN_COUNTS");
-    fs::path counts = merged != nullptr ? fs::path(merged) : dir / "counts";
-    fs::create_directories(counts);
-    fs::permissions(counts, fs::perms::all | fs::perms::sticky_bit);
-    as = "setpriv --reuid=65534 --regid=65534 --clear-groups env GCOV_PREFIX=" + counts.string() +
-         " ";
-    if (qltest::Shell(as + QL_PXHOST + " --version").status != 0)
-      GTEST_SKIP() << "cannot run pxhost as nobody";
-  }
+  std::string as = AsAUser(dir);
+  if (as == "!") GTEST_SKIP() << "cannot run pxhost as nobody";
   fs::permissions(page.path(), fs::perms::owner_read | fs::perms::others_read);
   fs::path locked = dir / "locked";
   fs::create_directories(locked);
@@ -539,6 +544,28 @@ TEST(PxhostContract, ParallelRunsMatchSerialRuns) {
     EXPECT_EQ(written[1], written[0]) << command;
     EXPECT_TRUE(Has(runs[0], "missing.ps")) << command;
   }
+}
+
+// -j when no worker process can be made (the user may have no more
+// processes): the run does the files itself, with the lines and exit code of
+// a serial run.
+TEST(PxhostContract, ARunWithoutWorkersIsASerialRun) {
+  qltest::DiskFile page("page.ps", Vector(3, 2));
+  fs::path dir = fs::path(page.path()).parent_path();
+  fs::permissions(dir, fs::perms::all);
+  std::string as = AsAUser(dir);
+  if (as == "!") GTEST_SKIP() << "cannot run pxhost as nobody";
+  std::string files = kSwatches + " " + page.path() + " " + (dir / "missing.ps").string() + " " +
+                      kTruncated + " 2>&1";
+  Outcome serial = Pxhost("identify -j 1 " + files);
+  // One process for the user: pxhost itself (the leak checker's helper
+  // would be another).
+  Outcome limited =
+      qltest::Shell(as + "env ASAN_OPTIONS=\"$ASAN_OPTIONS:detect_leaks=0\" prlimit --nproc=1 " +
+                    QL_PXHOST + " identify -j 3 " + files);
+  EXPECT_EQ(serial.status, 1);
+  EXPECT_EQ(limited.status, serial.status) << limited.out;
+  EXPECT_EQ(limited.out, serial.out);
 }
 
 // Standard error, when a terminal: what pxhost prints there.
