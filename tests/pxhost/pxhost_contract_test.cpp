@@ -423,6 +423,10 @@ TEST(PxhostContract, HostilePathsAreReported) {
     EXPECT_EQ(r.status, 0) << length << r.out;
     EXPECT_TRUE(fs::exists(out)) << length;
   }
+  // A bare name is written in the working folder, its temporary file too.
+  r = qltest::Shell("cd " + dir.string() + " && " + QL_PXHOST + " preview page.ps -o bare.png");
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_TRUE(fs::is_regular_file(dir / "bare.png"));
   // A missing output folder is the output's fault, not a missing input.
   r = Pxhost("palette " + kSwatches + " -o " + (dir / "nodir/x.gpl").string());
   EXPECT_EQ(r.status, 2);

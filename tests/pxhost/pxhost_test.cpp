@@ -1,5 +1,6 @@
 // pxhost as a user runs it: commands, messages and exit codes.
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -75,6 +76,18 @@ TEST(Pxhost, PreviewWritesTheThumbnails) {
   EXPECT_EQ(fromPpm.pixels, Image(9, 4).pixels);
 }
 
+// The signature and header of a PNG file of w x h pixels, and nothing more.
+std::string LargePng(uint32_t w, uint32_t h) {
+  std::string chunk = "IHDR";
+  for (uint32_t v : {w, h})
+    for (int shift = 24; shift >= 0; shift -= 8) chunk += char(v >> shift);
+  chunk += std::string("\x08\x02\x00\x00\x00", 5);  // 8-bit RGB
+  uLong crc = crc32(0, reinterpret_cast<const Bytef*>(chunk.data()), uInt(chunk.size()));
+  std::string png = "\x89PNG\r\n\x1a\n" + std::string("\0\0\0\x0d", 4) + chunk;
+  for (int shift = 24; shift >= 0; shift -= 8) png += char(crc >> shift);
+  return png;
+}
+
 // The pictures the tools read (PNG and binary PPM, by the name's extension in
 // any case): what is not one, or is cut short, is refused with a reason, and
 // a PPM header's size is checked before anything is allocated from it.
@@ -95,6 +108,7 @@ TEST(Pxhost, ReadImageRefusesWhatItCannotRead) {
       {"d.ppm", "P6\n2 1\n65535\n" + pixels + pixels, "only 8-bit PPM files are supported"},
       {"z.ppm", "P6\n0 1\n255\n", "unsupported PPM size"},
       {"h.ppm", "P6\n40000 40000\n255\n" + pixels, "unsupported PPM size"},
+      {"h.png", LargePng(40000, 40000), "not a readable PNG file"},
       {"x.png", "P6\n2 1\n255\n" + pixels, "not a readable PNG file"},
       {"cut.png", png.substr(0, png.size() - 20), "not a readable PNG file"},
       {"x.gif", png, "unknown image format (use .png or .ppm)"},
@@ -232,6 +246,11 @@ TEST(Pxhost, AFullDeviceKeepsNothing) {
   fs::path small = fs::path(anchor.path()).parent_path() / "small";
   fs::create_directories(small);
   std::string swatches = std::string(QL_SOURCE_DIR) + "/samples/swatches/palette.sxf";
+  // A preview of noise: about 48 KB as PNG.
+  pxhost::RgbImage noise{128, 128, std::vector<uint8_t>(128 * 128 * 3)};
+  uint32_t seed = 1;
+  for (uint8_t& v : noise.pixels) v = uint8_t((seed = seed * 1103515245u + 12345u) >> 24);
+  qltest::DiskFile noisy("noisy.ps", ql7::VectorFile(noise, {}));
   for (const char* size : {"16k", "112k", "128k"}) {
     if (qltest::Shell("mount -t tmpfs -o size=" + std::string(size) + " qlformat-test " +
                       small.string() + " 2>&1")
@@ -241,7 +260,18 @@ TEST(Pxhost, AFullDeviceKeepsNothing) {
                        (small / "pages").string());
     std::vector<std::string> left = Listing(small);
     bool pagesEmpty = !fs::exists(small / "pages") || fs::is_empty(small / "pages");
+    // An empty file made for the output (as a thumbnailer service makes it)
+    // is filled in place; when that fails it is left empty again.
+    Outcome inPlace{0, ""};
+    if (std::string(size) == "16k") {
+      fs::remove_all(small / "pages");
+      std::ofstream(small / "made.png").flush();
+      inPlace = Pxhost("preview " + noisy.path() + " -o " + (small / "made.png").string());
+      EXPECT_EQ(fs::file_size(small / "made.png"), 0u);
+      fs::remove(small / "made.png");
+    }
     qltest::Shell("umount " + small.string());
+    EXPECT_EQ(inPlace.status, std::string(size) == "16k" ? 2 : 0) << inPlace.out;
     EXPECT_EQ(r.status, 2) << size << r.out;
     EXPECT_NE(r.out.find(": no space left on device"), std::string::npos) << size << r.out;
     EXPECT_TRUE(left.empty() || left == std::vector<std::string>{"pages"}) << size << left[0];
