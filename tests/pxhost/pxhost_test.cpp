@@ -1,6 +1,6 @@
 // pxhost as a user runs it: commands, messages and exit codes.
 #include <gtest/gtest.h>
-#include <zlib.h>
+#include <png.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -76,16 +76,30 @@ TEST(Pxhost, PreviewWritesTheThumbnails) {
   EXPECT_EQ(fromPpm.pixels, Image(9, 4).pixels);
 }
 
-// The signature and header of a PNG file of w x h pixels, and nothing more.
-std::string LargePng(uint32_t w, uint32_t h) {
-  std::string chunk = "IHDR";
-  for (uint32_t v : {w, h})
-    for (int shift = 24; shift >= 0; shift -= 8) chunk += char(v >> shift);
-  chunk += std::string("\x08\x02\x00\x00\x00", 5);  // 8-bit RGB
-  uLong crc = crc32(0, reinterpret_cast<const Bytef*>(chunk.data()), uInt(chunk.size()));
-  std::string png = "\x89PNG\r\n\x1a\n" + std::string("\0\0\0\x0d", 4) + chunk;
-  for (int shift = 24; shift >= 0; shift -= 8) png += char(crc >> shift);
-  return png;
+// A PNG file as other programs write one: interlaced (Adam7) or not, or
+// only its signature and header when rows is false.
+std::string PngFile(const pxhost::RgbImage& image, int interlace, bool rows = true) {
+  std::string bytes;
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png_create_info_struct(png);
+  png_set_write_fn(
+      png, &bytes,
+      [](png_structp p, png_bytep data, png_size_t size) {
+        static_cast<std::string*>(png_get_io_ptr(p))->append(reinterpret_cast<char*>(data), size);
+      },
+      nullptr);
+  png_set_IHDR(png, info, png_uint_32(image.width), png_uint_32(image.height), 8,
+               PNG_COLOR_TYPE_RGB, interlace, PNG_COMPRESSION_TYPE_DEFAULT,
+               PNG_FILTER_TYPE_DEFAULT);
+  png_write_info(png, info);
+  png_write_flush(png);
+  int passes = png_set_interlace_handling(png);
+  for (int pass = 0; rows && pass < passes; ++pass)
+    for (int32_t y = 0; y < image.height; ++y)
+      png_write_row(png, image.pixels.data() + size_t(y) * size_t(image.width) * 3);
+  if (rows) png_write_end(png, nullptr);
+  png_destroy_write_struct(&png, &info);
+  return bytes;
 }
 
 // The pictures the tools read (PNG and binary PPM, by the name's extension in
@@ -108,7 +122,8 @@ TEST(Pxhost, ReadImageRefusesWhatItCannotRead) {
       {"d.ppm", "P6\n2 1\n65535\n" + pixels + pixels, "only 8-bit PPM files are supported"},
       {"z.ppm", "P6\n0 1\n255\n", "unsupported PPM size"},
       {"h.ppm", "P6\n40000 40000\n255\n" + pixels, "unsupported PPM size"},
-      {"h.png", LargePng(40000, 40000), "not a readable PNG file"},
+      {"i.png", PngFile(Image(3, 2), PNG_INTERLACE_ADAM7), ""},
+      {"h.png", PngFile({40000, 40000, {}}, PNG_INTERLACE_NONE, false), "not a readable PNG file"},
       {"x.png", "P6\n2 1\n255\n" + pixels, "not a readable PNG file"},
       {"cut.png", png.substr(0, png.size() - 20), "not a readable PNG file"},
       {"x.gif", png, "unknown image format (use .png or .ppm)"},
