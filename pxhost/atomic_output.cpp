@@ -142,31 +142,39 @@ bool AtomicOutput::Flush() {
   return err == 0 || Fail(SystemReason(err));
 }
 
-bool AtomicOutput::Commit() {
+bool AtomicOutput::Close() {
+  if (closed_) return error_.empty();
   if (fd_ < 0) return Fail("not open");
   bool ok = error_.empty() && Flush();
-  if (!ok) {
-    Abandon();
-    return false;
-  }
-  if (ownsFd_) {
+  if (ok && ownsFd_) {
     int closed = ::close(fd_);
     ownsFd_ = false;
     if (closed != 0) {
       ok = Fail(SystemReason(errno));
       // The descriptor is gone; an empty file written in place is emptied by name.
       if (emptyFile_ && ::truncate(target_.c_str(), 0) != 0) error_ = SystemReason(errno);
+      emptyFile_ = false;
+      fd_ = -1;
     }
-  }
-  emptyFile_ = false;
-  fd_ = -1;
-  if (ok && !temp_.empty()) {
-    if (::rename(temp_.c_str(), target_.c_str()) != 0) ok = Fail(SystemReason(errno));
   }
   if (!ok) {
     Abandon();
     return false;
   }
+  emptyFile_ = false;
+  fd_ = -1;
+  closed_ = true;
+  return true;
+}
+
+bool AtomicOutput::Commit() {
+  if (!Close()) return false;
+  if (!temp_.empty() && ::rename(temp_.c_str(), target_.c_str()) != 0) {
+    Fail(SystemReason(errno));
+    Abandon();
+    return false;
+  }
+  closed_ = false;
   temp_.clear();
   return true;
 }
@@ -178,6 +186,7 @@ void AtomicOutput::Abandon() {
   if (ownsFd_ && fd_ >= 0) ::close(fd_);
   ownsFd_ = false;
   fd_ = -1;
+  closed_ = false;
   buffer_.clear();
   if (!temp_.empty()) ::unlink(temp_.c_str());
   temp_.clear();

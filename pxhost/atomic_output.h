@@ -30,8 +30,14 @@ class AtomicOutput {
   bool Open(const std::string& target, const std::vector<std::string>& inputs);
   // False once any write failed.
   bool Write(std::string_view bytes);
-  // Flushes, closes and renames into place; false with Error() set on failure,
-  // in which case nothing is left at the target (unless written in place).
+  // Flushes and closes, every step checked; only the rename is left to
+  // Commit. False with Error() set on failure, and nothing is kept (as
+  // Abandon). Outputs that appear together are all closed before any is
+  // renamed, so a disk that fills up changes none of their targets.
+  bool Close();
+  // Closes (unless Close did) and renames into place; false with Error() set
+  // on failure, in which case nothing is left at the target (unless written
+  // in place).
   bool Commit();
   void Abandon();
 
@@ -47,6 +53,7 @@ class AtomicOutput {
   bool emptyFile_ = false;  // an empty regular file written in place
   int fd_ = -1;
   bool ownsFd_ = false;
+  bool closed_ = false;  // Close succeeded: only the rename is left
   std::string buffer_;
   std::string error_;
 };

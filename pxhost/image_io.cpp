@@ -51,13 +51,16 @@ std::string ReadPng(FILE* f, RgbImage* image) {
   png_set_palette_to_rgb(png);
   png_set_expand_gray_1_2_4_to_8(png);
   png_set_gray_to_rgb(png);
+  int passes = png_set_interlace_handling(png);
   png_read_update_info(png, info);
   image->width = int32_t(w);
   image->height = int32_t(h);
   image->pixels.assign(size_t(w) * h * 3, 0);
-  std::vector<png_bytep> rows(h);
-  for (png_uint_32 y = 0; y < h; ++y) rows[y] = image->pixels.data() + size_t(y) * w * 3;
-  png_read_image(png, rows.data());
+  // Row by row into the picture, nothing of this frame's own on the heap: a
+  // damaged file leaves through longjmp, which runs no destructor.
+  for (int pass = 0; pass < passes; ++pass)
+    for (png_uint_32 y = 0; y < h; ++y)
+      png_read_row(png, image->pixels.data() + size_t(y) * w * 3, nullptr);
   png_destroy_read_struct(&png, &info, nullptr);
   return {};
 }

@@ -3,9 +3,19 @@
 # bash-completion itself: commands, each command's options (long and short),
 # the values of options that take a fixed set, files where a path goes and
 # nothing where a number goes. Every value offered is one pxhost accepts.
+# The script is made again here by the pxhost under test, and must be the
+# build's copy byte for byte (a stale copy would install completions of
+# another command table).
 set -uo pipefail
-script=$1
+built=$1
 pxhost=$2
+script=$(mktemp)
+trap 'rm -f "$script"' EXIT
+"$pxhost" --bash-completion >"$script" || { echo "pxhost --bash-completion failed"; exit 1; }
+if ! cmp -s "$script" "$built"; then
+  echo "the build's completion differs from what pxhost --bash-completion prints"
+  exit 1
+fi
 source /usr/share/bash-completion/bash_completion
 source "$script"
 
@@ -28,7 +38,9 @@ expect() {  # expect "WANTED REPLY" WORDS...
   fi
 }
 
-cd "$(mktemp -d)" || exit 1
+work=$(mktemp -d) || exit 1
+trap 'rm -rf "$script" "$work"' EXIT
+cd "$work" || exit 1
 touch book.sxf page.ps
 expect "thumbnail" pxhost th
 expect "-h --help --version --plugin" pxhost -
@@ -44,6 +56,12 @@ expect "" pxhost preview -j ""
 expect "" pxhost identify --ext ""
 expect "" pxhost call --file-type ""
 expect "page.ps" pxhost preview --output p
+expect "book.sxf" pxhost --plugin b
+expect "book.sxf" pxhost xmp --plugin b
+expect "page.ps" pxhost thumbnail -s 64 p
+expect "" pxhost palette -f b
+expect "book.sxf" pxhost palette -f gpl b
+expect "" pxhost frobnicate -
 expect "book.sxf" pxhost palette b
 expect "required1 required2 required3 required4 advance-state" pxhost call 2 f.pdf --withhold ""
 expect "preview" pxhost help pre

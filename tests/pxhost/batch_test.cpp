@@ -59,16 +59,20 @@ TEST(Batch, WorkersReportAsASerialRunDoes) {
   }
 }
 
-// A worker that dies fails the file it was on; a new worker does the rest.
+// A worker that dies, or that a library ends with exit(), fails the file it
+// was on; a new worker does the rest.
 TEST(Batch, AWorkerThatDiesFailsOnlyItsFile) {
-  std::vector<std::string> files{"a", "dies", "b", "c", "d"};
+  std::vector<std::string> files{"a", "dies", "b", "exits", "c", "d"};
   Captured r = Batch(files, 2, false, [](size_t, const std::string& file, pxhost::Report& report) {
     if (file == "dies") raise(SIGKILL);
+    if (file == "exits") _exit(1);
     report.Done(file, {}, file + ": done");
   });
   EXPECT_EQ(r.exitCode, 2);
   EXPECT_EQ(r.out, "a: done\nb: done\nc: done\nd: done\n");
-  EXPECT_EQ(r.err, "pxhost: dies: the work on this file stopped its worker (signal 9)\n");
+  EXPECT_EQ(r.err,
+            "pxhost: dies: the work on this file stopped its worker (signal 9)\n"
+            "pxhost: exits: the work on this file stopped its worker (exit code 1)\n");
 }
 
 }  // namespace

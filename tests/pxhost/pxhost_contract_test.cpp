@@ -2,6 +2,8 @@
 // error lines for every command, JSON Lines, standard input, folder walks,
 // and the faults users ran into.
 #include <pty.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -118,6 +121,101 @@ TEST(PxhostContract, AFailedStandardOutputIsTold) {
   }
   EXPECT_EQ(ToFullDisk("identify " + kSwatches).out,
             "pxhost: standard output: no space left on device\n");
+}
+
+// A value pxhost cannot take, or options that would share standard output,
+// are usage errors (exit code 2) whose message names what was wrong.
+TEST(PxhostContract, BadValuesAreUsageErrorsThatSayWhich) {
+  qltest::DiskFile page("page.ps", Vector(2, 2));
+  const std::string out = page.path() + ".png";
+  struct Case {
+    std::string args, says;
+  };
+  for (const Case& c : std::vector<Case>{
+           {"call 2 " + kSwatches + " --file-type SXFFF",
+            "--file-type takes a four-character code"},
+           {"call 2 " + kSwatches + " --withhold required5", "required5"},
+           {"preview --json " + page.path() + " -o -",
+            "--json and -o - would share standard output"},
+           {"palette --json " + kSwatches, "--json needs -o OUT"},
+           {"identify -j 0 " + kSwatches, "--jobs"},
+           {"palette " + kSwatches + " -f svg", "svg"},
+           {"thumbnail -s 4097 " + page.path() + " " + out, "4097"},
+           {"preview " + page.path() + " -o " + page.path() + ".gif",
+            "unknown image format (use .png or .ppm)"},
+       }) {
+    Outcome r = Pxhost(c.args);
+    EXPECT_EQ(r.status, 2) << c.args << "\n" << r.out;
+    EXPECT_EQ(r.out.rfind("pxhost: ", 0), 0u) << c.args << "\n" << r.out;
+    EXPECT_TRUE(Has(r, c.says)) << c.args << "\n" << r.out;
+  }
+  EXPECT_FALSE(fs::exists(out));
+}
+
+// The names in a folder, sorted.
+std::vector<std::string> Listing(const fs::path& dir) {
+  std::vector<std::string> names;
+  for (const auto& e : fs::directory_iterator(dir)) names.push_back(e.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// Outputs the file system or the contract refuses: exit code 2, one line
+// naming the output and the reason, and nothing left beside it (no
+// temporary file, the input untouched).
+TEST(PxhostContract, OutputsThatCannotBeWritten) {
+  qltest::DiskFile page("page.ps", Vector(2, 2));
+  fs::path dir = fs::path(page.path()).parent_path();
+  fs::copy_file(kSwatches, dir / "book.sxf");
+  const std::string book = (dir / "book.sxf").string();
+  fs::create_directory_symlink("loop", dir / "loop");
+  fs::create_hard_link(page.path(), dir / "page.png");
+  fs::create_directory(dir / "folder");
+  // A socket left by some server: it exists, and opening it for writing fails.
+  int server = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string socketPath = (dir / "socket").string();
+  ASSERT_LT(socketPath.size(), sizeof address.sun_path);
+  std::memcpy(address.sun_path, socketPath.c_str(), socketPath.size());
+  ASSERT_EQ(bind(server, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  const std::string pageBytes = Vector(2, 2);
+  const std::string isInput = "is also an input; refusing to write over it";
+  struct Case {
+    std::string command, target, reason;
+  };
+  std::vector<Case> cases{
+      {"preview " + page.path() + " -o ", (dir / "loop/x.png").string(),
+       "too many levels of symbolic links"},
+      {"preview " + page.path() + " -o ", socketPath, "no such device or address"},
+      {"preview " + page.path() + " -o ", (dir / "page.png").string(), isInput},  // a hard link
+      {"xmp " + book + " -o ", dir.string() + "/./book.sxf", isInput},
+      {"palette " + book + " -o ", dir.string() + "//book.sxf", isInput},
+      {"xmp " + book + " -o ", (dir / "folder").string(), "is a directory"},
+      {"thumbnail " + page.path() + " ", (dir / "folder").string(), "is a directory"},
+  };
+  const std::vector<std::string> before = Listing(dir);
+  auto check = [&](const Case& c, const fs::path& folder, const std::vector<std::string>& was) {
+    Outcome r = Pxhost(c.command + c.target);
+    EXPECT_EQ(r.status, 2) << c.command << c.target;
+    EXPECT_EQ(r.out, "pxhost: " + c.target + ": " + c.reason + "\n") << c.command;
+    EXPECT_EQ(Listing(folder), was) << c.command << c.target;
+  };
+  for (const Case& c : cases) check(c, dir, before);
+  close(server);
+  EXPECT_EQ(qltest::Shell("cat " + page.path()).out, pageBytes);
+  EXPECT_EQ(qltest::Shell("cmp " + book + " " + kSwatches).status, 0);
+
+  // A read-only file system (a tmpfs mounted read-only, where the machine
+  // lets the test mount one).
+  fs::path frozen = dir / "frozen";
+  fs::create_directories(frozen);
+  if (qltest::Shell("mount -t tmpfs -o ro,size=16k qlformat-test " + frozen.string() + " 2>&1")
+          .status == 0) {
+    check({"preview " + page.path() + " -o ", (frozen / "x.png").string(), "read-only file system"},
+          frozen, {});
+    qltest::Shell("umount " + frozen.string());
+  }
 }
 
 // `pxhost help` lists the commands; help on a command names it as typed.
@@ -325,6 +423,10 @@ TEST(PxhostContract, HostilePathsAreReported) {
     EXPECT_EQ(r.status, 0) << length << r.out;
     EXPECT_TRUE(fs::exists(out)) << length;
   }
+  // A bare name is written in the working folder, its temporary file too.
+  r = qltest::Shell("cd " + dir.string() + " && " + QL_PXHOST + " preview page.ps -o bare.png");
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_TRUE(fs::is_regular_file(dir / "bare.png"));
   // A missing output folder is the output's fault, not a missing input.
   r = Pxhost("palette " + kSwatches + " -o " + (dir / "nodir/x.gpl").string());
   EXPECT_EQ(r.status, 2);
@@ -332,27 +434,32 @@ TEST(PxhostContract, HostilePathsAreReported) {
                        (dir / "nodir").string() + " does not exist\n");
 }
 
-// What the file system refuses a user: root reads and writes everywhere, so
-// as root the commands run as nobody.
+// Root reads and writes everywhere and is not held to process limits: as
+// root, what is refused a user is tried as nobody. The command prefix that
+// does so ("" when not root, "!" when nobody cannot run pxhost); scratch is
+// a folder nobody may write.
+std::string AsAUser(const fs::path& scratch) {
+  if (geteuid() != 0) return "";
+  // An instrumented build adds its counts on exit beside the build's objects,
+  // where nobody may not write (and would say so on standard error): nobody's
+  // counts go to a folder nobody may write, the one the coverage run merges
+  // from when it names one.
+  const char* merged = std::getenv("QL_FOREIGN_COUNTS");
+  fs::path counts = merged != nullptr ? fs::path(merged) : scratch / "counts";
+  fs::create_directories(counts);
+  fs::permissions(counts, fs::perms::all | fs::perms::sticky_bit);
+  std::string as =
+      "setpriv --reuid=65534 --regid=65534 --clear-groups env GCOV_PREFIX=" + counts.string() + " ";
+  return qltest::Shell(as + QL_PXHOST + " --version").status == 0 ? as : "!";
+}
+
+// What the file system refuses a user.
 TEST(PxhostContract, PermissionDenied) {
   qltest::DiskFile page("page.ps", Vector(2, 2));
   fs::path dir = fs::path(page.path()).parent_path();
   fs::permissions(dir, fs::perms::all);  // nobody may reach the files
-  std::string as;
-  if (geteuid() == 0) {
-    // An instrumented build adds its counts on exit beside the build's objects,
-    // where nobody may not write (and would say so on standard error): nobody's
-    // counts go to a folder nobody may write, the one the coverage run merges
-    // from when it names one.
-    const char* merged = std::getenv("QL_FOREIGN_COUNTS");
-    fs::path counts = merged != nullptr ? fs::path(merged) : dir / "counts";
-    fs::create_directories(counts);
-    fs::permissions(counts, fs::perms::all | fs::perms::sticky_bit);
-    as = "setpriv --reuid=65534 --regid=65534 --clear-groups env GCOV_PREFIX=" + counts.string() +
-         " ";
-    if (qltest::Shell(as + QL_PXHOST + " --version").status != 0)
-      GTEST_SKIP() << "cannot run pxhost as nobody";
-  }
+  std::string as = AsAUser(dir);
+  if (as == "!") GTEST_SKIP() << "cannot run pxhost as nobody";
   fs::permissions(page.path(), fs::perms::owner_read | fs::perms::others_read);
   fs::path locked = dir / "locked";
   fs::create_directories(locked);
@@ -380,6 +487,25 @@ TEST(PxhostContract, PermissionDenied) {
   EXPECT_EQ(r.out, "pxhost: " + locked.string() + ": permission denied\n" + page.path() +
                        ": not a swatch exchange file (bad signature)\n");
   fs::permissions(locked, fs::perms::owner_all);
+
+  // A shared folder (sticky, like /tmp) lets nobody make the temporary file
+  // but not replace another user's file with it: the rename fails, the
+  // packet's pages are not written either, and the target and folder stay
+  // as they were.
+  if (!as.empty()) {
+    fs::path shared = dir / "shared";
+    fs::create_directories(shared);
+    fs::permissions(shared, fs::perms::all | fs::perms::sticky_bit);
+    std::ofstream(shared / "kept.xmp") << "old";
+    fs::permissions(shared / "kept.xmp", fs::perms::all);
+    r = qltest::Shell(as + QL_PXHOST + " xmp " + kSwatches + " -o " +
+                      (shared / "kept.xmp").string() + " --pages " + (shared / "pages").string());
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.out, "pxhost: " + (shared / "kept.xmp").string() + ": permission denied\n");
+    EXPECT_EQ(qltest::Shell("cat " + (shared / "kept.xmp").string()).out, "old");
+    EXPECT_EQ(Listing(shared), (std::vector<std::string>{"kept.xmp", "pages"}));
+    EXPECT_TRUE(fs::is_empty(shared / "pages"));
+  }
 }
 
 // -j: the same lines, exit code and files as a serial run, in input order.
@@ -422,6 +548,28 @@ TEST(PxhostContract, ParallelRunsMatchSerialRuns) {
     EXPECT_EQ(written[1], written[0]) << command;
     EXPECT_TRUE(Has(runs[0], "missing.ps")) << command;
   }
+}
+
+// -j when no worker process can be made (the user may have no more
+// processes): the run does the files itself, with the lines and exit code of
+// a serial run.
+TEST(PxhostContract, ARunWithoutWorkersIsASerialRun) {
+  qltest::DiskFile page("page.ps", Vector(3, 2));
+  fs::path dir = fs::path(page.path()).parent_path();
+  fs::permissions(dir, fs::perms::all);
+  std::string as = AsAUser(dir);
+  if (as == "!") GTEST_SKIP() << "cannot run pxhost as nobody";
+  std::string files = kSwatches + " " + page.path() + " " + (dir / "missing.ps").string() + " " +
+                      kTruncated + " 2>&1";
+  Outcome serial = Pxhost("identify -j 1 " + files);
+  // One process for the user: pxhost itself (the leak checker's helper
+  // would be another).
+  Outcome limited =
+      qltest::Shell(as + "env ASAN_OPTIONS=\"$ASAN_OPTIONS:detect_leaks=0\" prlimit --nproc=1 " +
+                    QL_PXHOST + " identify -j 3 " + files);
+  EXPECT_EQ(serial.status, 1);
+  EXPECT_EQ(limited.status, serial.status) << limited.out;
+  EXPECT_EQ(limited.out, serial.out);
 }
 
 // Standard error, when a terminal: what pxhost prints there.

@@ -1,5 +1,6 @@
 // pxhost as a user runs it: commands, messages and exit codes.
 #include <gtest/gtest.h>
+#include <png.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -64,6 +65,85 @@ TEST(Pxhost, PreviewWritesTheThumbnails) {
             std::string::npos)
       << r.out;
   EXPECT_TRUE(std::filesystem::exists(dir + "page.png"));
+
+  // A .ppm output is a binary PPM of the same pixels, whatever the case of
+  // its extension.
+  std::string ppm = file.path() + ".PPM";
+  ASSERT_EQ(Pxhost("preview " + file.path() + " -o " + ppm).status, 0);
+  pxhost::RgbImage fromPpm;
+  ASSERT_EQ(pxhost::ReadImage(ppm, &fromPpm), "");
+  EXPECT_EQ(std::tuple(fromPpm.width, fromPpm.height), std::tuple(9, 4));
+  EXPECT_EQ(fromPpm.pixels, Image(9, 4).pixels);
+}
+
+// A PNG file as other programs write one: interlaced (Adam7) or not, or
+// only its signature and header when rows is false.
+std::string PngFile(const pxhost::RgbImage& image, int interlace, bool rows = true) {
+  std::string bytes;
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png_create_info_struct(png);
+  png_set_write_fn(
+      png, &bytes,
+      [](png_structp p, png_bytep data, png_size_t size) {
+        static_cast<std::string*>(png_get_io_ptr(p))->append(reinterpret_cast<char*>(data), size);
+      },
+      nullptr);
+  png_set_IHDR(png, info, png_uint_32(image.width), png_uint_32(image.height), 8,
+               PNG_COLOR_TYPE_RGB, interlace, PNG_COMPRESSION_TYPE_DEFAULT,
+               PNG_FILTER_TYPE_DEFAULT);
+  png_write_info(png, info);
+  png_write_flush(png);
+  int passes = png_set_interlace_handling(png);
+  for (int pass = 0; rows && pass < passes; ++pass)
+    for (int32_t y = 0; y < image.height; ++y)
+      png_write_row(png, image.pixels.data() + size_t(y) * size_t(image.width) * 3);
+  if (rows) png_write_end(png, nullptr);
+  png_destroy_write_struct(&png, &info);
+  return bytes;
+}
+
+// The pictures the tools read (PNG and binary PPM, by the name's extension in
+// any case): what is not one, or is cut short, is refused with a reason, and
+// a PPM header's size is checked before anything is allocated from it.
+TEST(Pxhost, ReadImageRefusesWhatItCannotRead) {
+  std::string png;
+  ASSERT_EQ(pxhost::EncodePng(Image(3, 2), &png), "");
+  const std::string pixels = "\x01\x02\x03\x04\x05\x06";
+  struct Case {
+    const char* name;
+    std::string bytes, error;
+  };
+  const Case cases[] = {
+      {"c.ppm", "P6\n# made by hand\n2 1\n255\n" + pixels, ""},
+      {"u.PNG", png, ""},
+      {"t.ppm", "P6 2 1 255\n" + pixels.substr(0, 5), "truncated PPM file"},
+      {"a.ppm", "P3\n2 1\n255\n1 2 3 4 5 6\n", "not a binary PPM (P6) file"},
+      {"n.ppm", "P6\n2\n", "not a binary PPM (P6) file"},
+      {"d.ppm", "P6\n2 1\n65535\n" + pixels + pixels, "only 8-bit PPM files are supported"},
+      {"z.ppm", "P6\n0 1\n255\n", "unsupported PPM size"},
+      {"h.ppm", "P6\n40000 40000\n255\n" + pixels, "unsupported PPM size"},
+      {"i.png", PngFile(Image(3, 2), PNG_INTERLACE_ADAM7), ""},
+      {"h.png", PngFile({40000, 40000, {}}, PNG_INTERLACE_NONE, false), "not a readable PNG file"},
+      {"x.png", "P6\n2 1\n255\n" + pixels, "not a readable PNG file"},
+      {"cut.png", png.substr(0, png.size() - 20), "not a readable PNG file"},
+      {"x.gif", png, "unknown image format (use .png or .ppm)"},
+  };
+  for (const Case& c : cases) {
+    qltest::DiskFile file(c.name, c.bytes);
+    pxhost::RgbImage image;
+    std::string error = pxhost::ReadImage(file.path(), &image);
+    EXPECT_EQ(error, c.error.empty() ? "" : file.path() + ": " + c.error) << c.name;
+    if (c.error.empty()) {
+      bool ppm = c.name[0] == 'c';
+      EXPECT_EQ(image.pixels,
+                ppm ? std::vector<uint8_t>(pixels.begin(), pixels.end()) : Image(3, 2).pixels)
+          << c.name;
+      EXPECT_EQ(image.width, ppm ? 2 : 3) << c.name;
+    }
+  }
+  pxhost::RgbImage none;
+  EXPECT_EQ(pxhost::ReadImage("/nonexistent.png", &none),
+            "/nonexistent.png: No such file or directory");
 }
 
 TEST(Pxhost, CallReportsTheWrittenFields) {
@@ -103,6 +183,12 @@ TEST(Pxhost, MethodNamesEachFile) {
   Outcome r = Pxhost("method " + a.path());
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out, a.path() + ": pdf\n");
+  // A JPEG thumbnail in the XMP, without a PDF format there.
+  ql7::Options thumb;
+  thumb.pdf = true;
+  thumb.xmpJpegThumbnail = true;
+  qltest::DiskFile t("t.pdf", ql7::VectorFile(Image(2, 2), thumb));
+  EXPECT_EQ(Pxhost("method " + t.path()).out, t.path() + ": xmp-thumbnail\n");
   Outcome missing = Pxhost("method " + a.path() + " /nonexistent.ps");
   EXPECT_EQ(missing.status, 1);
   EXPECT_NE(missing.out.find("pxhost: /nonexistent.ps: no such file\n"), std::string::npos);
@@ -165,25 +251,47 @@ TEST(Pxhost, OutputsAreAtomic) {
   EXPECT_TRUE(fs::exists(dir / "pages/page-1.jpg"));
 }
 
-// A device that fills up mid-write (a 16 KiB tmpfs, mounted where the
-// machine lets the test mount one) fails the run and keeps nothing: neither
-// the packet nor the pages nor a temporary file.
+// A device that fills up mid-write (a small tmpfs, mounted where the machine
+// lets the test mount one) fails the run and keeps nothing: neither the
+// packet nor the pages nor a temporary file, whether the packet (about
+// 90 KB) or one of the two pages (about 18 KB each) meets the end of the
+// space.
 TEST(Pxhost, AFullDeviceKeepsNothing) {
   qltest::DiskFile anchor("anchor", "");
   fs::path small = fs::path(anchor.path()).parent_path() / "small";
   fs::create_directories(small);
-  if (qltest::Shell("mount -t tmpfs -o size=16k qlformat-test " + small.string() + " 2>&1")
-          .status != 0)
-    GTEST_SKIP() << "mounting a tmpfs needs root";
-  // A packet of about 90 KB.
   std::string swatches = std::string(QL_SOURCE_DIR) + "/samples/swatches/palette.sxf";
-  Outcome r = Pxhost("xmp " + swatches + " -o " + (small / "packet.xmp").string() + " --pages " +
-                     (small / "pages").string());
-  std::vector<std::string> left = Listing(small);
-  qltest::Shell("umount " + small.string());
-  EXPECT_EQ(r.status, 2) << r.out;
-  EXPECT_NE(r.out.find(": no space left on device"), std::string::npos) << r.out;
-  EXPECT_TRUE(left.empty() || left == std::vector<std::string>{"pages"}) << left.size();
+  // A preview of noise: about 48 KB as PNG.
+  pxhost::RgbImage noise{128, 128, std::vector<uint8_t>(128 * 128 * 3)};
+  uint32_t seed = 1;
+  for (uint8_t& v : noise.pixels) v = uint8_t((seed = seed * 1103515245u + 12345u) >> 24);
+  qltest::DiskFile noisy("noisy.ps", ql7::VectorFile(noise, {}));
+  for (const char* size : {"16k", "112k", "128k"}) {
+    if (qltest::Shell("mount -t tmpfs -o size=" + std::string(size) + " qlformat-test " +
+                      small.string() + " 2>&1")
+            .status != 0)
+      GTEST_SKIP() << "mounting a tmpfs needs root";
+    Outcome r = Pxhost("xmp " + swatches + " -o " + (small / "packet.xmp").string() + " --pages " +
+                       (small / "pages").string());
+    std::vector<std::string> left = Listing(small);
+    bool pagesEmpty = !fs::exists(small / "pages") || fs::is_empty(small / "pages");
+    // An empty file made for the output (as a thumbnailer service makes it)
+    // is filled in place; when that fails it is left empty again.
+    Outcome inPlace{0, ""};
+    if (std::string(size) == "16k") {
+      fs::remove_all(small / "pages");
+      std::ofstream(small / "made.png").flush();
+      inPlace = Pxhost("preview " + noisy.path() + " -o " + (small / "made.png").string());
+      EXPECT_EQ(fs::file_size(small / "made.png"), 0u);
+      fs::remove(small / "made.png");
+    }
+    qltest::Shell("umount " + small.string());
+    EXPECT_EQ(inPlace.status, std::string(size) == "16k" ? 2 : 0) << inPlace.out;
+    EXPECT_EQ(r.status, 2) << size << r.out;
+    EXPECT_NE(r.out.find(": no space left on device"), std::string::npos) << size << r.out;
+    EXPECT_TRUE(left.empty() || left == std::vector<std::string>{"pages"}) << size << left[0];
+    EXPECT_TRUE(pagesEmpty) << size;
+  }
 }
 
 // An installed copy finds the module relative to itself, in the prefix's
