@@ -102,22 +102,24 @@ std::string FaultOf(const SwatchFileSurvey& survey) {
   }
 }
 
-// Why the plug-in's swatch reader refuses the open file fd ("damaged swatch
-// file: block 3 runs past the end"); empty when it reads the file. The
-// file's position is back at 0 afterwards.
-std::string SwatchFault(int fd) {
-  struct stat st {};
-  if (::fstat(fd, &st) == 0 && st.st_size > kSwatchFileLimit)
-    return "swatch file over the 256 MiB limit";
-  SwatchFileSurvey survey = SurveySwatchFile(fd);
-  return survey.result == kSXFParsed ? std::string() : FaultOf(survey);
-}
-
-// The reader's own diagnosis when it has one: the same words from every
-// command, whichever request met the refusal and with whatever code.
+// Why the plug-in refuses a swatch file, in the words of its own reader
+// ("damaged swatch file: block 3 runs past the end"), the same from every
+// command whichever request met the refusal. A book the reader loads whole
+// is refused by the packet when a name holds a character XML cannot hold;
+// otherwise the plug-in's code is all there is to say.
 std::string SwatchRefusal(const PluginInput& input, int16_t result) {
-  std::string fault = SwatchFault(input.Descriptor());
-  return fault.empty() ? WithResult("refused by the plug-in", result) : fault;
+  struct stat st {};
+  if (::fstat(input.Descriptor(), &st) == 0 && st.st_size > kSwatchFileLimit)
+    return "swatch file over the 256 MiB limit";
+  SwatchFileSurvey survey = SurveySwatchFile(input.Descriptor());
+  if (survey.result != kSXFParsed) return FaultOf(survey);
+  std::string shown;
+  for (const SwatchFileSurvey::Swatch& s : survey.swatches)
+    if (MendText(s.name, &shown))
+      return "swatch \"" + shown +
+             "\": its name holds a character XML cannot hold, so the swatch packet cannot "
+             "list it (palette and thumbnail show the book)";
+  return WithResult("refused by the plug-in", result);
 }
 
 SessionOptions SwatchSession() {

@@ -70,9 +70,9 @@ bool XmlMayHold(int32_t cp) {
   return cp != 0xFFFE && cp != 0xFFFF && cp >= 0;
 }
 
-// The name up to its first zero (where the packet ends it too), with every
-// character no text may hold replaced by U+FFFD. True when one was.
-bool MendName(const std::string& name, std::string* out) {
+}  // namespace
+
+bool MendText(const std::string& name, std::string* out) {
   out->clear();
   bool mended = false;
   for (size_t at = 0; at < name.size() && name[at] != '\0';) {
@@ -87,6 +87,8 @@ bool MendName(const std::string& name, std::string* out) {
   }
   return mended;
 }
+
+namespace {
 
 bool Convert(const SwatchFileSurvey::Swatch& book, DisplaySwatch* s, std::string* error) {
   const swatchschema::Model* model = swatchschema::ModelOf(book.space);
@@ -121,8 +123,8 @@ bool DisplaySwatchesOfBook(const SwatchFileSurvey& survey, std::vector<DisplaySw
   static const bool bound = WeftClientInit(FindWeftProcLookup()) == 0;
   for (const SwatchFileSurvey::Swatch& book : survey.swatches) {
     DisplaySwatch s;
-    MendName(book.group, &s.group);
-    s.nameMended = MendName(book.name, &s.name);
+    MendText(book.group, &s.group);
+    s.nameMended = MendText(book.name, &s.name);
     s.type = book.type == KeltoSwatchbook::kSwatchTypeSpot ? swatchschema::kTypeSpot
                                                            : swatchschema::kTypeProcess;
     if (swatchschema::HasTint(book.type, book.tint)) s.tint = swatchschema::TintPercent(book.tint);
@@ -135,7 +137,7 @@ bool DisplaySwatchesOfBook(const SwatchFileSurvey& survey, std::vector<DisplaySw
   }
   for (const SwatchFileSurvey::SteppedOver& e : survey.steppedOver) {
     DisplaySwatch s;
-    s.nameMended = MendName(e.name, &s.name);
+    s.nameMended = MendText(e.name, &s.name);
     s.model = FourCCText(e.model);
     out->push_back(std::move(s));
   }

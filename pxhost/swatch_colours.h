@@ -33,6 +33,12 @@ struct DisplaySwatch {
 bool DisplaySwatchesOfBook(const SwatchFileSurvey& survey, std::vector<DisplaySwatch>* out,
                            std::string* error);
 
+// Text as a person is shown it: up to its first zero (where the packet ends
+// a name too), every character no XML text may hold (controls but tab and
+// line ends, U+FFFE, U+FFFF, a surrogate without its pair, bytes that are no
+// UTF-8) replaced by U+FFFD. True when one was.
+bool MendText(const std::string& text, std::string* out);
+
 // The name a palette line shows: the swatch's own, or for a swatch without
 // one its colour ("#rrggbb"), never another swatch's name.
 std::string ShownName(const DisplaySwatch& swatch);
