@@ -50,8 +50,40 @@ std::string FourCCText(uint32_t code) {
   return text;
 }
 
+namespace {
+
+// Control characters as C escapes, so that a file or swatch name holding a
+// line break still gives one line.
+std::string Escaped(const std::string& text, bool* changed) {
+  std::string out;
+  for (unsigned char c : text) {
+    if (c >= 0x20 && c != 0x7F) {
+      out += char(c);
+      continue;
+    }
+    *changed = true;
+    char escape[8];
+    std::snprintf(escape, sizeof escape,
+                  c == '\n'   ? "\\n"
+                  : c == '\t' ? "\\t"
+                  : c == '\r' ? "\\r"
+                              : "\\x%02x",
+                  c);
+    out += escape;
+  }
+  return out;
+}
+
+}  // namespace
+
 void ErrorLine(const std::string& what, const std::string& reason) {
-  std::fprintf(stderr, "pxhost: %s: %s\n", what.c_str(), reason.c_str());
+  // A name that had to be escaped is quoted, as git quotes unusual paths, so
+  // that it cannot be taken for a name that holds a backslash.
+  bool quote = false;
+  std::string name = Escaped(what, &quote);
+  if (quote) name = "\"" + name + "\"";
+  bool unused = false;
+  std::fprintf(stderr, "pxhost: %s: %s\n", name.c_str(), Escaped(reason, &unused).c_str());
 }
 
 void Report::Done(const std::string& file, const nlohmann::json& result, const std::string& text) {

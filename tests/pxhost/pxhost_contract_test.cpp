@@ -427,6 +427,10 @@ TEST(PxhostContract, HostilePathsAreReported) {
   r = qltest::Shell("cd " + dir.string() + " && " + QL_PXHOST + " preview page.ps -o bare.png");
   EXPECT_EQ(r.status, 0) << r.out;
   EXPECT_TRUE(fs::is_regular_file(dir / "bare.png"));
+  // A name with a line break still gives one line, the name quoted.
+  r = Pxhost("identify \"$(printf '" + dir.string() + "/a\\nb')\"");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "pxhost: \"" + dir.string() + "/a\\nb\": no such file\n");
   // A missing output folder is the output's fault, not a missing input.
   r = Pxhost("palette " + kSwatches + " -o " + (dir / "nodir/x.gpl").string());
   EXPECT_EQ(r.status, 2);
