@@ -70,26 +70,6 @@ bool XmlMayHold(int32_t cp) {
   return cp != 0xFFFE && cp != 0xFFFF && cp >= 0;
 }
 
-}  // namespace
-
-bool MendText(const std::string& name, std::string* out) {
-  out->clear();
-  bool mended = false;
-  for (size_t at = 0; at < name.size() && name[at] != '\0';) {
-    size_t start = at;
-    int32_t cp = NextCodePoint(name, &at);
-    if (XmlMayHold(cp)) {
-      out->append(name, start, at - start);
-    } else {
-      out->append(kReplacement);
-      mended = true;
-    }
-  }
-  return mended;
-}
-
-namespace {
-
 bool Convert(const SwatchFileSurvey::Swatch& book, DisplaySwatch* s, std::string* error) {
   const swatchschema::Model* model = swatchschema::ModelOf(book.space);
   if (model == nullptr) return true;  // no colour model: not drawable
@@ -114,6 +94,22 @@ bool Convert(const SwatchFileSurvey::Swatch& book, DisplaySwatch* s, std::string
 }
 
 }  // namespace
+
+bool MendText(const std::string& name, std::string* out) {
+  out->clear();
+  bool mended = false;
+  for (size_t at = 0; at < name.size() && name[at] != '\0';) {
+    size_t start = at;
+    int32_t cp = NextCodePoint(name, &at);
+    if (XmlMayHold(cp)) {
+      out->append(name, start, at - start);
+    } else {
+      out->append(kReplacement);
+      mended = true;
+    }
+  }
+  return mended;
+}
 
 bool DisplaySwatchesOfBook(const SwatchFileSurvey& survey, std::vector<DisplaySwatch>* out,
                            std::string* error) {
