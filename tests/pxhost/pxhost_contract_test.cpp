@@ -26,6 +26,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using qltest::Listing;
 using qltest::Outcome;
 
 const std::string kSwatches = std::string(QL_SOURCE_DIR) + "/samples/swatches/basic.sxf";
@@ -152,14 +153,6 @@ TEST(PxhostContract, BadValuesAreUsageErrorsThatSayWhich) {
   EXPECT_FALSE(fs::exists(out));
 }
 
-// The names in a folder, sorted.
-std::vector<std::string> Listing(const fs::path& dir) {
-  std::vector<std::string> names;
-  for (const auto& e : fs::directory_iterator(dir)) names.push_back(e.path().filename());
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 // Outputs the file system or the contract refuses: exit code 2, one line
 // naming the output and the reason, and nothing left beside it (no
 // temporary file, the input untouched).
@@ -284,10 +277,9 @@ TEST(PxhostContract, RefusalsSayWhy) {
 
   // A swatch book answers the read selectors without describing an image:
   // it has no preview, nothing of it is damaged.
-  std::string book = std::string(QL_SOURCE_DIR) + "/samples/swatches/basic.sxf";
-  r = Pxhost("preview " + book + " -o " + damaged.path() + ".png");
+  r = Pxhost("preview " + kSwatches + " -o " + damaged.path() + ".png");
   EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, "pxhost: " + book + ": no embedded preview\n");
+  EXPECT_EQ(r.out, "pxhost: " + kSwatches + ": no embedded preview\n");
 }
 
 // --json: one object per input, good, refused and missing alike; a name that

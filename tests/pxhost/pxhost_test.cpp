@@ -18,6 +18,7 @@
 
 namespace {
 
+using qltest::Listing;
 using qltest::Outcome;
 
 Outcome Pxhost(const std::string& args) {
@@ -34,7 +35,6 @@ TEST(Pxhost, HelpAndUsageErrors) {
   Outcome help = Pxhost("--help");
   EXPECT_EQ(help.status, 0);
   EXPECT_NE(help.out.find("preview"), std::string::npos);
-  EXPECT_EQ(Pxhost("preview --help").status, 0);
   qltest::DiskFile empty("empty", "");
   EXPECT_EQ(Pxhost("call -1 " + empty.path()).status, 0);  // a selector, not an option
   for (const char* args : {"", "frobnicate x", "call 2", "--plugin /nonexistent.so call 0 x",
@@ -171,8 +171,6 @@ TEST(Pxhost, IdentifyAsksThePlugin) {
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out, vector.path() + ": not a swatch exchange file (bad signature)\n" + swatches +
                        ": swatch exchange file\n");
-  auto j = nlohmann::json::parse(Pxhost("identify --json " + swatches).out);
-  EXPECT_EQ(j["result"]["swatchExchangeFile"], true);
 }
 
 TEST(Pxhost, MethodNamesEachFile) {
@@ -189,9 +187,6 @@ TEST(Pxhost, MethodNamesEachFile) {
   thumb.xmpJpegThumbnail = true;
   qltest::DiskFile t("t.pdf", ql7::VectorFile(Image(2, 2), thumb));
   EXPECT_EQ(Pxhost("method " + t.path()).out, t.path() + ": xmp-thumbnail\n");
-  Outcome missing = Pxhost("method " + a.path() + " /nonexistent.ps");
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_NE(missing.out.find("pxhost: /nonexistent.ps: no such file\n"), std::string::npos);
 }
 
 namespace fs = std::filesystem;
@@ -199,14 +194,6 @@ namespace fs = std::filesystem;
 std::string Slurp(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-// The names in a folder, sorted.
-std::vector<std::string> Listing(const fs::path& dir) {
-  std::vector<std::string> names;
-  for (const auto& e : fs::directory_iterator(dir)) names.push_back(e.path().filename());
-  std::sort(names.begin(), names.end());
-  return names;
 }
 
 // Outputs appear whole or not at all, never over an input, and a device
