@@ -189,6 +189,15 @@ TEST(Paths, ThumbnailerReadsAnywhereWritesInItsFolder) {
   EXPECT_TRUE(fs::exists(f.closed / "secret"));
 }
 
+// All a pipe's reading end gives until the writers close it.
+std::string ReadAndClose(int fd) {
+  std::string all;
+  char chunk[512];
+  for (ssize_t n; (n = read(fd, chunk, sizeof chunk)) > 0;) all.append(chunk, size_t(n));
+  close(fd);
+  return all;
+}
+
 // What the filters leave: 0 when allowed, else the error the call failed with.
 int Errno(int result) {
   return result < 0 ? errno : 0;
@@ -280,17 +289,20 @@ TEST(RendererChild, EveryEndingGetsItsOwnReason) {
 #else
   const std::string outOfMemory = "renderer ran out of memory";
 #endif
+  using Render = std::function<std::string(const RenderRoom&, RgbImage*)>;
+  // A renderer that hands over this picture and no reason.
+  auto gives = [](RgbImage picture) -> Render {
+    return [picture](const RenderRoom&, RgbImage* image) {
+      *image = picture;
+      return std::string();
+    };
+  };
   struct Case {
     const char* what;
-    std::function<std::string(const RenderRoom&, RgbImage*)> render;
+    Render render;
     std::string reason;
   } cases[] = {
-      {"an image",
-       [](const RenderRoom&, RgbImage* image) {
-         *image = RgbImage{2, 1, {1, 2, 3, 4, 5, 6}};
-         return std::string();
-       },
-       ""},
+      {"an image", gives({2, 1, {1, 2, 3, 4, 5, 6}}), ""},
       {"its own reason, cut to one short line",
        [](const RenderRoom&, RgbImage*) { return std::string(1000, 'x'); }, std::string(300, 'x')},
       {"past the memory limit",
@@ -322,32 +334,14 @@ TEST(RendererChild, EveryEndingGetsItsOwnReason) {
          return std::string();
        },
        "renderer gave no image"},
-      {"no image", [](const RenderRoom&, RgbImage*) { return std::string(); },
+      {"no image", gives({}), "renderer gave no image"},
+      {"a side above the most asked for", gives({5, 1, std::vector<uint8_t>(15)}),
        "renderer gave no image"},
-      {"a side above the most asked for",
-       [](const RenderRoom&, RgbImage* image) {
-         *image = RgbImage{5, 1, std::vector<uint8_t>(15)};
-         return std::string();
-       },
+      {"fewer pixels than its size", gives({2, 2, std::vector<uint8_t>(9)}),
        "renderer gave no image"},
-      {"fewer pixels than its size",
-       [](const RenderRoom&, RgbImage* image) {
-         *image = RgbImage{2, 2, std::vector<uint8_t>(9)};
-         return std::string();
-       },
+      {"a side above the most asked for, the other way", gives({1, 5, std::vector<uint8_t>(15)}),
        "renderer gave no image"},
-      {"a side above the most asked for, the other way",
-       [](const RenderRoom&, RgbImage* image) {
-         *image = RgbImage{1, 5, std::vector<uint8_t>(15)};
-         return std::string();
-       },
-       "renderer gave no image"},
-      {"a negative size",
-       [](const RenderRoom&, RgbImage* image) {
-         *image = RgbImage{-1, -3, std::vector<uint8_t>(9)};
-         return std::string();
-       },
-       "renderer gave no image"},
+      {"a negative size", gives({-1, -3, std::vector<uint8_t>(9)}), "renderer gave no image"},
       // Answers written by hand on the pipe (kept on descriptor 3): a header
       // cut short, and one that is neither an image nor a reason.
       {"a header cut short",
@@ -360,11 +354,7 @@ TEST(RendererChild, EveryEndingGetsItsOwnReason) {
          _exit(write(3, "Z\1\0\0\0\1\0\0\0abc", 12) == 12 ? 0 : 1);
        },
        "renderer gave no image"},
-      {"more bytes than any answer",
-       [](const RenderRoom&, RgbImage* image) {
-         *image = RgbImage{1, 1, std::vector<uint8_t>(size_t(4) << 20)};
-         return std::string();
-       },
+      {"more bytes than any answer", gives({1, 1, std::vector<uint8_t>(size_t(4) << 20)}),
        "renderer gave no image"},
   };
   pxhost::RenderLimits limits;
@@ -435,10 +425,7 @@ std::string RenderUnder(const KernelFault& fault, const pxhost::RenderJob& job,
     _exit(written ? 0 : 98);
   }
   close(fds[1]);
-  std::string reason;
-  char chunk[512];
-  for (ssize_t n; (n = read(fds[0], chunk, sizeof chunk)) > 0;) reason.append(chunk, size_t(n));
-  close(fds[0]);
+  std::string reason = ReadAndClose(fds[0]);
   int status = 0;
   waitpid(pid, &status, 0);
   if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return "test child failed";
@@ -550,11 +537,7 @@ qltest::Outcome WithoutLandlock(const std::string& args) {
     _exit(98);
   }
   close(out[1]);
-  qltest::Outcome outcome{-1, {}};
-  char chunk[512];
-  for (ssize_t n; (n = read(out[0], chunk, sizeof chunk)) > 0;)
-    outcome.out.append(chunk, size_t(n));
-  close(out[0]);
+  qltest::Outcome outcome{-1, ReadAndClose(out[0])};
   int status = 0;
   waitpid(pid, &status, 0);
   outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;

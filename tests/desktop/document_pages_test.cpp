@@ -104,14 +104,10 @@ TEST(DocumentPages, EachRefusalHasItsReason) {
       "-sOwnerPassword=owner -sUserPassword=user -o " +
       pdf + " " + ps.path());
   if (made.status != 0) GTEST_SKIP() << "Ghostscript cannot write an encrypted PDF: " << made.out;
-  auto render = reinterpret_cast<pxhost::RenderFirstPageProc>(
-      dlsym(dlopen(QL_RENDER_MODULE, RTLD_NOW | RTLD_LOCAL), pxhost::kRenderFirstPageName));
-  pxhost::RgbImage image;
-  std::string reason;
-  render(kQLDocumentPDF, pdf, 256, &image, &reason);
-  EXPECT_EQ(reason, "PDF renderer: the document is encrypted");
-  EXPECT_TRUE(image.pixels.empty());
+  Rendered r = Render(kQLDocumentPDF, qltest::Shell("cat " + pdf).out);
   std::remove(pdf.c_str());
+  EXPECT_EQ(r.reason, "PDF renderer: the document is encrypted");
+  EXPECT_EQ(r.width, 0);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace qltest {
 
@@ -41,5 +42,8 @@ struct Outcome {
   std::string out;
 };
 Outcome Shell(const std::string& command);
+
+// The names in a folder, sorted.
+std::vector<std::string> Listing(const std::string& dir);
 
 }  // namespace qltest

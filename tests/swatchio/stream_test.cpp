@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -116,108 +115,49 @@ TEST(ClassicFileTest, FailuresGiveTheirResultCodes) {
   qltest::DiskFile disk("swatches.sxf", std::string(100000, 's'));
   int writeOnly = open(disk.path().c_str(), O_WRONLY);
   int16_t f = int16_t(file.fd());
-  char buffer[70000];
-  struct Case {
+  char buffer[70000] = {};
+  // Seeks: a mode there is none of, a descriptor that cannot seek, and past
+  // the end, which stops there.
+  EXPECT_EQ(SetFPos(f, 7, 0), paramErr);
+  EXPECT_EQ(SetFPos(int16_t(fds[0]), fsFromStart, 0), rfNumErr);
+  EXPECT_EQ(SetFPos(f, fsFromStart, 99), eofErr);
+  int32_t count = 1;
+  FSRead(f, &count, buffer);
+  EXPECT_EQ(count, 0);
+  const struct Case {
     const char* what;
-    std::function<OSErr(int32_t*)> call;
+    bool write;
+    int fd;
+    int32_t asked;
     OSErr result;
-    int32_t count;  // what *count becomes
+    int32_t count;  // what the count becomes
   } cases[] = {
-      {"seek with no such mode", [&](int32_t*) { return SetFPos(f, 7, 0); }, paramErr, 0},
-      {"seek past the end stops there",
-       [&](int32_t* n) {
-         OSErr e = SetFPos(f, fsFromStart, 99);
-         *n = 1;
-         FSRead(f, n, buffer);
-         return e;
-       },
-       eofErr, 0},
-      {"seek on a pipe", [&](int32_t*) { return SetFPos(int16_t(fds[0]), fsFromStart, 0); },
-       rfNumErr, 0},
-      {"read with no file number",
-       [&](int32_t* n) {
-         *n = 1;
-         return FSRead(-1, n, buffer);
-       },
-       rfNumErr, 0},
-      {"write with no file number",
-       [&](int32_t* n) {
-         *n = 1;
-         return FSWrite(-1, n, "x");
-       },
-       rfNumErr, 0},
-      {"negative read",
-       [&](int32_t* n) {
-         *n = -1;
-         return FSRead(f, n, buffer);
-       },
-       paramErr, 0},
-      {"read from a pipe",
-       [&](int32_t* n) {
-         *n = 1;
-         return FSRead(int16_t(fds[0]), n, buffer);
-       },
-       rfNumErr, 0},
-      {"small read from a folder",
-       [&](int32_t* n) {
-         *n = 10;
-         return FSRead(int16_t(folder), n, buffer);
-       },
-       ioErr, 0},
-      {"large read from a folder",
-       [&](int32_t* n) {
-         *n = 70000;
-         return FSRead(int16_t(folder), n, buffer);
-       },
-       ioErr, 0},
-      {"small read from a write-only file",
-       [&](int32_t* n) {
-         *n = 10;
-         return FSRead(int16_t(writeOnly), n, buffer);
-       },
-       rfNumErr, 0},
-      {"large read from a write-only file",
-       [&](int32_t* n) {
-         *n = 70000;
-         return FSRead(int16_t(writeOnly), n, buffer);
-       },
-       rfNumErr, 0},
-      {"negative write",
-       [&](int32_t* n) {
-         *n = -1;
-         return FSWrite(f, n, "x");
-       },
-       paramErr, 0},
-      {"write to a pipe",
-       [&](int32_t* n) {
-         *n = 1;
-         return FSWrite(int16_t(fds[1]), n, "x");
-       },
-       rfNumErr, 0},
-      {"write to a full device",
-       [&](int32_t* n) {
-         *n = 3;
-         return FSWrite(int16_t(full), n, "xyz");
-       },
-       ioErr, 0},
-      {"large read, end of file",
-       [&](int32_t* n) {
-         *n = 70000;
-         return FSRead(f, n, buffer);
-       },
-       eofErr, 6},
+      {"read with no file number", false, -1, 1, rfNumErr, 0},
+      {"write with no file number", true, -1, 1, rfNumErr, 0},
+      {"negative read", false, f, -1, paramErr, 0},
+      {"read from a pipe", false, fds[0], 1, rfNumErr, 0},
+      {"small read from a folder", false, folder, 10, ioErr, 0},
+      {"large read from a folder", false, folder, 70000, ioErr, 0},
+      {"small read from a write-only file", false, writeOnly, 10, rfNumErr, 0},
+      {"large read from a write-only file", false, writeOnly, 70000, rfNumErr, 0},
+      {"negative write", true, f, -1, paramErr, 0},
+      {"write to a pipe", true, fds[1], 1, rfNumErr, 0},
+      {"write to a full device", true, full, 3, ioErr, 0},
+      {"large read, end of file", false, f, 70000, eofErr, 6},
   };
   for (const Case& c : cases) {
-    int32_t count = 0;
     SetFPos(f, fsFromStart, 0);
-    EXPECT_EQ(c.call(&count), c.result) << c.what;
+    count = c.asked;
+    OSErr result =
+        c.write ? FSWrite(int16_t(c.fd), &count, buffer) : FSRead(int16_t(c.fd), &count, buffer);
+    EXPECT_EQ(result, c.result) << c.what;
     EXPECT_EQ(count, c.count) << c.what;
   }
   // A descriptor closed after the calls last used it: the window they keep
   // for it is no proof it is still open.
   int16_t stale = int16_t(dup(file.fd()));
   ASSERT_EQ(SetFPos(stale, fsFromStart, 0), noErr);
-  int32_t count = 2;
+  count = 2;
   ASSERT_EQ(FSRead(stale, &count, buffer), noErr);
   close(stale);
   count = 2;
