@@ -20,6 +20,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -397,7 +398,7 @@ TEST(RendererChild, EveryEndingGetsItsOwnReason) {
 struct KernelFault {
   const char* call;
   int err;
-  std::vector<scmp_arg_cmp> when;
+  std::optional<scmp_arg_cmp> when;  // the argument that singles the call out
 };
 
 std::string RenderUnder(const KernelFault& fault, const pxhost::RenderJob& job,
@@ -409,8 +410,8 @@ std::string RenderUnder(const KernelFault& fault, const pxhost::RenderJob& job,
     close(fds[0]);
     scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
     if (seccomp_rule_add_array(filter, SCMP_ACT_ERRNO(fault.err),
-                               seccomp_syscall_resolve_name(fault.call),
-                               unsigned(fault.when.size()), fault.when.data()) != 0 ||
+                               seccomp_syscall_resolve_name(fault.call), fault.when ? 1U : 0U,
+                               fault.when ? &*fault.when : nullptr) != 0 ||
         seccomp_load(filter) != 0)
       _exit(99);
     auto render = [](const pxhost::RenderRoom&, pxhost::RgbImage* image) {
