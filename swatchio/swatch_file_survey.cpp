@@ -18,9 +18,10 @@ void ListSwatches(KeltoSwatchbook& book, std::vector<SwatchFileSurvey::Swatch>* 
     std::string group = book.IsUngrouped(g) ? std::string() : book.GetSwatchGroupName(1).ToUTF8();
     int32_t n = book.CountSwatchesInActiveGroup();
     for (int32_t s = 0; s < n; ++s) {
-      SwatchFileSurvey::Swatch swatch{
-          group, book.GetSwatchName(s, 1).ToUTF8(), book.GetSwatchType(s),
-          0.0,   KeltoSwatchbook::kColorSpaceNone,  {0, 0, 0, 0}};
+      SwatchFileSurvey::Swatch swatch{};
+      swatch.group = group;
+      swatch.name = book.GetSwatchName(s, 1).ToUTF8();
+      swatch.type = book.GetSwatchType(s);
       uint32_t flag = 0;
       swatch.tint = book.GetSwatchTint(s, flag);
       int32_t format = book.GetBestFormat(s, book.GetSwatchColorSpace(s));
