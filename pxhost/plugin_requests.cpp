@@ -14,7 +14,6 @@
 #include "sdk/selectors.h"
 #include "sdk/suites.h"
 #include "swatchio/swatch_file_survey.h"
-#include "thumbnail/document_kind.h"
 
 namespace pxhost {
 namespace {
@@ -167,15 +166,17 @@ bool ReadPreview(PluginMainProc entry, const PluginInput& input, uint32_t fileTy
   }
   session.Call(pixmere::kSelectorReadFinish);  // the plug-in gives back its suites
   if (delivered) return true;
-  // Read start describes the preview it found: a refusal after it is a
-  // damaged one. A refusal at read start is told apart by the reader's own
-  // search for the preview's marker: whatever follows the marker is the
-  // plug-in's to judge.
-  bool marked = started;
-  if (!marked) {
-    marked = HasPreviewMarker(input.Descriptor());
-  }
-  *reason = WithResult(marked ? "embedded preview damaged" : "no embedded preview", result);
+  // The reason is what this one pass saw. Read start describes the preview
+  // it found, so a refusal after it is a damaged preview. The plug-in gives
+  // one code at read start for a file without the preview's marker and for a
+  // marker whose header it cannot read or whose image its buffer cannot
+  // hold: the words cover both rather than read the file again to guess.
+  if (started)
+    *reason = WithResult("embedded preview damaged", result);
+  else if (result != 0)
+    *reason = WithResult("no embedded preview could be read", result);
+  else
+    *reason = "no embedded preview";
   return false;
 }
 

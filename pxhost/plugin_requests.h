@@ -43,9 +43,10 @@ class PluginInput {
 
 // Read start, read continue and read finish, as the host previews a file.
 // fileType is the host's type code (0: the plug-in sniffs for a swatch
-// book). True with *image set, else false with *reason ("no embedded
-// preview", "embedded preview damaged", with the result code when there is
-// one).
+// book). True with *image set, else false with *reason: "no embedded
+// preview" (the plug-in took the file for a swatch book), "no embedded
+// preview could be read" (refused at read start) or "embedded preview
+// damaged" (refused after read start described it), with the result code.
 bool ReadPreview(PluginMainProc entry, const PluginInput& input, uint32_t fileType, RgbImage* image,
                  std::string* reason);
 

@@ -1,6 +1,6 @@
 // What a host may ask of the preview reader without reaching into it: the
 // document kinds its classifier tells apart (from a vector file's first 512
-// bytes and its XMP packet), and whether a file carries a preview's marker.
+// bytes and its XMP packet).
 #pragma once
 
 #include <cstdint>
@@ -14,8 +14,3 @@ inline constexpr int32_t kQLDocumentOther = 4;
 // the reading moves: one of the codes above, or 0 when the file is shorter
 // than 512 bytes or cannot be read.
 int32_t ClassifyDocument(int fd);
-
-// Whether the preview reader's own search finds the embedded preview's
-// marker in the file open as `fd` (by the reader's rules: not in a last,
-// partial filling), whatever follows it; the offset is back at the start.
-bool HasPreviewMarker(int fd);

@@ -279,6 +279,16 @@ TEST(PxhostContract, RefusalsSayWhy) {
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(Has(r, ": embedded preview damaged (result -30501)")) << r.out;
 
+  // A header whose image the plug-in's buffer cannot hold is refused at read
+  // start, with the same code as a file without a preview: the reason says
+  // what the plug-in's one pass can tell, no more.
+  page = Vector(40, 40);
+  page.replace(page.find("%QL7_Thumbnail: 40 40"), 21, "%QL7_Thumbnail: 400 400");
+  qltest::DiskFile oversized("oversized.ps", page);
+  r = Pxhost("preview " + oversized.path() + " -o " + oversized.path() + ".png");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(Has(r, ": no embedded preview could be read (result -30501)")) << r.out;
+
   // A swatch book answers the read selectors without describing an image:
   // it has no preview, nothing of it is damaged.
   r = Pxhost("preview " + kSwatches + " -o " + damaged.path() + ".png");
@@ -301,7 +311,7 @@ TEST(PxhostContract, JsonLinesTellEveryFile) {
   EXPECT_EQ(lines[0]["ok"], true);
   EXPECT_EQ(lines[0]["result"]["width"], 3);
   EXPECT_EQ(lines[1]["ok"], false);
-  EXPECT_EQ(lines[1]["error"], "no embedded preview (result -30501)");
+  EXPECT_EQ(lines[1]["error"], "no embedded preview could be read (result -30501)");
   EXPECT_EQ(lines[2]["file"], missing);
   EXPECT_EQ(lines[2]["error"], "no such file");
 
@@ -715,8 +725,9 @@ TEST(Pxhost, PreviewWritesTheThumbnails) {
   std::string dir = fs::path(file.path()).parent_path().string() + "/out/";
   r = Pxhost("preview " + file.path() + " " + bad.path() + " -o " + dir);
   EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.out.find("pxhost: " + bad.path() + ": no embedded preview (result -30501)"),
-            std::string::npos)
+  EXPECT_NE(
+      r.out.find("pxhost: " + bad.path() + ": no embedded preview could be read (result -30501)"),
+      std::string::npos)
       << r.out;
   EXPECT_TRUE(fs::exists(dir + "page.png"));
 
