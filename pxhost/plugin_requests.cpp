@@ -40,13 +40,19 @@ int OpenPath(const std::string& path, std::string* reason) {
   return fd;
 }
 
-// Standard input as a seekable descriptor: itself when it is a regular file,
-// else its bytes copied into an anonymous memory file.
+// Standard input as a seekable descriptor: itself when it is a regular file
+// this user may open again by its /proc name, as the rendering-method suite
+// and the renderers do, which take a path; else its bytes copied into an
+// anonymous memory file. A file handed over by someone who may read it
+// (`sudo -u nobody pxhost method - < private.ps`) is copied whole.
 int OpenStandardInput(std::string* reason) {
   struct stat st {};
   if (::fstat(STDIN_FILENO, &st) == 0 && S_ISREG(st.st_mode) &&
-      ::lseek(STDIN_FILENO, 0, SEEK_CUR) >= 0)
-    return ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
+      ::lseek(STDIN_FILENO, 0, SEEK_CUR) >= 0) {
+    if (::faccessat(AT_FDCWD, "/proc/self/fd/0", R_OK, AT_EACCESS) == 0)
+      return ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
+    ::lseek(STDIN_FILENO, 0, SEEK_SET);
+  }
   int fd = ::memfd_create("pxhost-stdin", MFD_CLOEXEC);
   if (fd < 0) {
     *reason = SystemReason(errno);

@@ -491,6 +491,15 @@ TEST(PxhostContract, PermissionDenied) {
   r = qltest::Shell(as + QL_PXHOST + " method " + secret.path());
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out, "pxhost: " + secret.path() + ": permission denied\n");
+  // A file handed over on standard input by someone who may read it: the
+  // suite, which takes a path, is given one this user may open.
+  if (!as.empty()) {
+    qltest::DiskFile handed("handed.ps", Vector(2, 2));
+    fs::permissions(handed.path(), fs::perms::owner_read);
+    r = qltest::Shell(as + QL_PXHOST + " method - < " + handed.path());
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_EQ(r.out, "-: embedded-thumbnail\n");
+  }
   // -r names a folder it may not read and goes on with the rest.
   r = qltest::Shell(as + QL_PXHOST + " identify -r --ext ps " + dir.string());
   EXPECT_EQ(r.status, 1);
