@@ -25,13 +25,14 @@ std::string PaletteGpl(const std::string& name, const std::vector<DisplaySwatch>
   std::string out =
       "GIMP Palette\nName: " + OneLine(name) + "\nColumns: " + std::to_string(kGplColumns) + "\n";
   bool first = true;
-  std::string group;
+  int32_t group = -1;
   for (const DisplaySwatch& s : swatches) {
     if (!s.drawable) continue;
-    if (first || s.group != group) {
-      group = s.group;
-      // A bare "#" closes a group before ungrouped swatches.
-      out += group.empty() ? "#\n" : "# " + OneLine(group) + "\n";
+    if (first || s.groupIndex != group) {
+      group = s.groupIndex;
+      // A bare "#" closes a group before ungrouped swatches; a group the file
+      // gives an empty name is "# " all the same.
+      out += group < 0 ? "#\n" : "# " + OneLine(s.group) + "\n";
     }
     first = false;
     char rgb[16];
@@ -45,14 +46,18 @@ std::string PaletteJson(const std::string& name, const std::vector<DisplaySwatch
   nlohmann::json groups = nlohmann::json::array();
   nlohmann::json list = nlohmann::json::array();
   int skipped = 0;
+  int32_t listed = -1;  // the last group listed
   for (const DisplaySwatch& s : swatches) {
-    if (!s.group.empty() && (groups.empty() || groups.back() != s.group)) groups.push_back(s.group);
+    if (s.groupIndex >= 0 && s.groupIndex != listed) {
+      listed = s.groupIndex;
+      groups.push_back(s.group);
+    }
     if (!s.drawable) {
       ++skipped;
       continue;
     }
     list.push_back({{"name", s.name},
-                    {"group", s.group.empty() ? nlohmann::json(nullptr) : nlohmann::json(s.group)},
+                    {"group", s.groupIndex < 0 ? nlohmann::json(nullptr) : nlohmann::json(s.group)},
                     {"model", s.model},
                     {"type", s.type},
                     {"tint", s.tint},

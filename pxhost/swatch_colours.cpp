@@ -119,6 +119,7 @@ bool DisplaySwatchesOfBook(const SwatchFileSurvey& survey, std::vector<DisplaySw
   static const bool bound = WeftClientInit(FindWeftProcLookup()) == 0;
   for (const SwatchFileSurvey::Swatch& book : survey.swatches) {
     DisplaySwatch s;
+    s.groupIndex = book.groupIndex;
     MendText(book.group, &s.group);
     s.nameMended = MendText(book.name, &s.name);
     s.type = book.type == KeltoSwatchbook::kSwatchTypeSpot ? swatchschema::kTypeSpot

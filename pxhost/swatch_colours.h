@@ -11,8 +11,9 @@
 namespace pxhost {
 
 struct DisplaySwatch {
-  std::string group;  // the swatch's group name; empty when ungrouped
-  std::string name;   // as the book holds it, empty included, but see nameMended
+  int32_t groupIndex = -1;  // the book's group, or -1 for its ungrouped list
+  std::string group;        // the group's name, which may be empty; empty when ungrouped
+  std::string name;         // as the book holds it, empty included, but see nameMended
   // Characters no text may hold (controls but tab and line ends, U+FFFE,
   // U+FFFF, a surrogate without its pair) were replaced by U+FFFD.
   bool nameMended = false;

@@ -15,10 +15,12 @@ void ListSwatches(KeltoSwatchbook& book, std::vector<SwatchFileSurvey::Swatch>* 
   int32_t groups = book.CountSwatchGroups(unused);
   for (int32_t g = 0; g < groups; ++g) {
     book.SetActiveSwatchGroup(g);
-    std::string group = book.IsUngrouped(g) ? std::string() : book.GetSwatchGroupName(1).ToUTF8();
+    const bool ungrouped = book.IsUngrouped(g);
+    std::string group = ungrouped ? std::string() : book.GetSwatchGroupName(1).ToUTF8();
     int32_t n = book.CountSwatchesInActiveGroup();
     for (int32_t s = 0; s < n; ++s) {
       SwatchFileSurvey::Swatch swatch{};
+      swatch.groupIndex = ungrouped ? -1 : g;
       swatch.group = group;
       swatch.name = book.GetSwatchName(s, 1).ToUTF8();
       swatch.type = book.GetSwatchType(s);

@@ -28,8 +28,12 @@ struct SwatchFileSurvey {
   // it (a surrogate without its pair as three bytes of its own); values stay
   // in the book's units, untruncated.
   struct Swatch {
-    std::string group;  // UTF-8; empty for the book's ungrouped swatches
-    std::string name;   // UTF-8
+    // The book's group, counted from 0, or -1 for its ungrouped list; the
+    // group's name in UTF-8, empty for the ungrouped list and for a group the
+    // file gives an empty name.
+    int32_t groupIndex;
+    std::string group;
+    std::string name;  // UTF-8
     KeltoSwatchbook::SwatchType type;
     double tint;  // the book's: the share taken away, 0 at full strength
     KeltoSwatchbook::ColorSpace space;

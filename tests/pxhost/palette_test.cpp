@@ -166,6 +166,34 @@ TEST(Palette, Contract) {
   EXPECT_EQ(PxhostOut("palette - < " + kNames).out, named);
 }
 
+// Groups as the book holds them: the ungrouped list apart from a group the
+// file names "", and two groups of the same name apart from each other.
+TEST(Palette, GroupsAsTheBookHoldsThem) {
+  std::string sxf, error;
+  ASSERT_TRUE(sxfwrite::BuildSxf(nlohmann::json::parse(R"({"blocks": [
+      {"swatch": "Loose", "model": "RGB ", "values": [0, 0, 1]},
+      {"group": ""},
+      {"swatch": "Nameless", "model": "RGB ", "values": [0, 1, 0]},
+      {"group": "Brand"},
+      {"swatch": "Red", "model": "RGB ", "values": [1, 0, 0]},
+      {"group": "Brand"},
+      {"swatch": "Ink", "model": "CMYK", "values": [0, 1, 1, 0]}]})"),
+                                 &sxf, &error))
+      << error;
+  qltest::DiskFile book("groups.sxf", sxf);
+  Outcome r = PxhostOut("palette " + book.path());
+  ASSERT_EQ(r.status, 0) << r.out;
+  std::vector<std::string> comments;
+  std::istringstream lines(r.out);
+  for (std::string line; std::getline(lines, line);)
+    if (line.rfind("#", 0) == 0) comments.push_back(line);
+  EXPECT_EQ(comments, (std::vector<std::string>{"#", "# ", "# Brand", "# Brand"})) << r.out;
+  auto palette = nlohmann::json::parse(PxhostOut("palette -f json " + book.path()).out);
+  EXPECT_EQ(palette["groups"], (nlohmann::json{"", "Brand", "Brand"}));
+  EXPECT_EQ(palette["swatches"][0]["group"], nullptr);
+  EXPECT_EQ(palette["swatches"][1]["group"], "");
+}
+
 // A colour entry in a model the reader does not know makes no swatch: the
 // palette names it on standard error, counts it, and writes the others.
 TEST(Palette, UnknownModelsAreNamedAndCounted) {
