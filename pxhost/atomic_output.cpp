@@ -1,6 +1,7 @@
 #include "pxhost/atomic_output.h"
 
 #include <fcntl.h>
+#include <stdio.h>  // renameat2
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -161,6 +162,7 @@ bool AtomicOutput::Close() {
     Abandon();
     return false;
   }
+  filledEmpty_ = emptyFile_;
   emptyFile_ = false;
   fd_ = -1;
   closed_ = true;
@@ -179,6 +181,81 @@ bool AtomicOutput::Commit() {
   return true;
 }
 
+bool AtomicOutput::Place() {
+  if (!Close()) return false;
+  if (temp_.empty()) {
+    placed_ = filledEmpty_ ? Placed::kFilledInPlace : Placed::kForGood;
+    return true;
+  }
+  const char* from = temp_.c_str();
+  const char* to = target_.c_str();
+  if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) {
+    placed_ = Placed::kNew;
+    return true;
+  }
+  // The file replaced keeps the temporary name until the whole set is in place.
+  if (errno == EEXIST && ::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_EXCHANGE) == 0) {
+    placed_ = Placed::kSwapped;
+    return true;
+  }
+  // A file system that cannot exchange names gets the plain rename, which
+  // cannot be taken back.
+  if (errno == EINVAL && ::rename(from, to) == 0) {
+    placed_ = Placed::kForGood;
+    temp_.clear();
+    return true;
+  }
+  Fail(SystemReason(errno));
+  Abandon();
+  return false;
+}
+
+void AtomicOutput::Unplace() {
+  switch (placed_) {
+    case Placed::kNew:
+      ::unlink(target_.c_str());
+      temp_.clear();
+      break;
+    case Placed::kSwapped:
+      // Should the swap back fail, the replaced file stays at the temporary
+      // name rather than be lost.
+      if (::renameat2(AT_FDCWD, temp_.c_str(), AT_FDCWD, target_.c_str(), RENAME_EXCHANGE) != 0)
+        temp_.clear();
+      break;
+    case Placed::kFilledInPlace:
+      if (::truncate(target_.c_str(), 0) != 0) Fail(SystemReason(errno));
+      break;
+    default:
+      break;
+  }
+  placed_ = Placed::kNot;
+  Abandon();
+}
+
+AtomicOutput* AtomicOutput::CommitAll(const std::vector<std::unique_ptr<AtomicOutput>>& outputs) {
+  // Every output is written out and closed before any is renamed: a disk
+  // that fills up changes no target.
+  AtomicOutput* failed = nullptr;
+  for (const auto& out : outputs)
+    if (failed == nullptr && !out->Close()) failed = out.get();
+  size_t placed = 0;
+  while (failed == nullptr && placed < outputs.size())
+    if (!outputs[placed++]->Place()) failed = outputs[placed - 1].get();
+  if (failed != nullptr) {
+    for (size_t n = placed; n-- > 0;) outputs[n]->Unplace();
+    for (const auto& out : outputs) out->Abandon();
+    return failed;
+  }
+  // In place, each replaced file (now at the temporary name) is let go.
+  for (const auto& out : outputs) {
+    if (out->placed_ == Placed::kSwapped) ::unlink(out->temp_.c_str());
+    out->temp_.clear();
+    out->placed_ = Placed::kNot;
+    out->closed_ = false;
+  }
+  return nullptr;
+}
+
 void AtomicOutput::Abandon() {
   // Whatever reached an empty file written in place is taken back out.
   if (emptyFile_ && fd_ >= 0 && ::ftruncate(fd_, 0) != 0) error_ = SystemReason(errno);
@@ -187,6 +264,7 @@ void AtomicOutput::Abandon() {
   ownsFd_ = false;
   fd_ = -1;
   closed_ = false;
+  filledEmpty_ = false;
   buffer_.clear();
   if (!temp_.empty()) ::unlink(temp_.c_str());
   temp_.clear();

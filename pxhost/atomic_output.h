@@ -13,6 +13,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,19 +42,33 @@ class AtomicOutput {
   bool Commit();
   void Abandon();
 
+  // Outputs that belong together (a packet and its pages) are renamed into
+  // place all or none: each is closed first, and when one cannot be renamed
+  // those renamed before it are put back as they were (a replaced file
+  // swapped back in, a new one removed, an empty file written in place
+  // emptied again). nullptr, or the output that failed, its Error() set.
+  static AtomicOutput* CommitAll(const std::vector<std::unique_ptr<AtomicOutput>>& outputs);
+
   const std::string& Target() const { return target_; }
   const std::string& Error() const { return error_; }
 
  private:
+  // How a closed output reached its target, so that it can be taken back.
+  enum class Placed { kNot, kNew, kSwapped, kFilledInPlace, kForGood };
+
   bool Flush();
   bool Fail(const std::string& reason);
+  bool Place();
+  void Unplace();
 
   std::string target_;
   std::string temp_;        // empty when writing in place
   bool emptyFile_ = false;  // an empty regular file written in place
   int fd_ = -1;
   bool ownsFd_ = false;
-  bool closed_ = false;  // Close succeeded: only the rename is left
+  bool closed_ = false;       // Close succeeded: only the rename is left
+  bool filledEmpty_ = false;  // closed, and it was an empty file written in place
+  Placed placed_ = Placed::kNot;
   std::string buffer_;
   std::string error_;
 };

@@ -95,14 +95,11 @@ int Xmp(PluginMainProc entry, const XmpOptions& o) {
       if (!write(pages.back(), jpegs[n])) return report.ExitCode();
     }
   }
-  // Every file is written out and closed before any is renamed: a disk that
-  // fills up fails the run with neither the packet nor a page in place.
-  for (bool rename : {false, true})
-    for (auto& out : outputs)
-      if (!(rename ? out->Commit() : out->Close())) {
-        report.OutputFailed(out->Target(), out->Error());
-        return report.ExitCode();
-      }
+  // The packet and its pages take their places together or not at all.
+  if (AtomicOutput* failed = AtomicOutput::CommitAll(outputs)) {
+    report.OutputFailed(failed->Target(), failed->Error());
+    return report.ExitCode();
+  }
   std::string text;
   for (const std::string& page : pages) text += (text.empty() ? "" : "\n") + page;
   report.Done(o.file, {{"output", o.out}, {"bytes", packet.size()}, {"pages", pages}},

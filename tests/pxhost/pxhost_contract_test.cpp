@@ -507,23 +507,39 @@ TEST(PxhostContract, PermissionDenied) {
                        ": not a swatch exchange file (bad signature)\n");
   fs::permissions(locked, fs::perms::owner_all);
 
-  // A shared folder (sticky, like /tmp) lets nobody make the temporary file
-  // but not replace another user's file with it: the rename fails, the
-  // packet's pages are not written either, and the target and folder stay
-  // as they were.
+  // A shared folder (sticky, like /tmp) lets nobody make a temporary file
+  // but not replace another user's file with it. The packet and its pages
+  // take their places together or not at all: when the first page cannot,
+  // the packet is put back as it was, replaced (nobody's own) or absent.
   if (!as.empty()) {
     fs::path shared = dir / "shared";
-    fs::create_directories(shared);
-    fs::permissions(shared, fs::perms::all | fs::perms::sticky_bit);
-    std::ofstream(shared / "kept.xmp") << "old";
-    fs::permissions(shared / "kept.xmp", fs::perms::all);
-    r = qltest::Shell(as + QL_PXHOST + " xmp " + kSwatches + " -o " +
-                      (shared / "kept.xmp").string() + " --pages " + (shared / "pages").string());
-    EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(r.out, "pxhost: " + (shared / "kept.xmp").string() + ": permission denied\n");
-    EXPECT_EQ(qltest::Shell("cat " + (shared / "kept.xmp").string()).out, "old");
-    EXPECT_EQ(Listing(shared), (std::vector<std::string>{"kept.xmp", "pages"}));
-    EXPECT_TRUE(fs::is_empty(shared / "pages"));
+    fs::create_directories(shared / "pages");
+    for (const fs::path& folder : {shared, shared / "pages"})
+      fs::permissions(folder, fs::perms::all | fs::perms::sticky_bit);
+    auto put = [](const fs::path& file, const char* text, uid_t owner) {
+      std::ofstream(file) << text;
+      fs::permissions(file, fs::perms::all);
+      ASSERT_EQ(::chown(file.c_str(), owner, owner), 0);
+    };
+    put(shared / "kept.xmp", "old", 0);
+    put(shared / "mine.xmp", "nobody's", 65534);
+    put(shared / "pages" / "page-1.jpg", "old page", 0);
+    const std::pair<const char*, fs::path> runs[] = {{"kept.xmp", shared / "kept.xmp"},
+                                                     {"new.xmp", shared / "pages" / "page-1.jpg"},
+                                                     {"mine.xmp", shared / "pages" / "page-1.jpg"}};
+    for (const auto& [target, refused] : runs) {
+      r = qltest::Shell(as + QL_PXHOST + " xmp " + kSwatches + " -o " + (shared / target).string() +
+                        " --pages " + (shared / "pages").string());
+      EXPECT_EQ(r.status, 2) << target;
+      EXPECT_EQ(r.out, "pxhost: " + refused.string() + ": permission denied\n");
+      EXPECT_EQ(Listing(shared), (std::vector<std::string>{"kept.xmp", "mine.xmp", "pages"}));
+      EXPECT_EQ(Listing(shared / "pages"), std::vector<std::string>{"page-1.jpg"});
+      EXPECT_EQ(qltest::Shell("cat " + (shared / "kept.xmp").string() + " " +
+                              (shared / "mine.xmp").string() + " " +
+                              (shared / "pages" / "page-1.jpg").string())
+                    .out,
+                "oldnobody'sold page");
+    }
   }
 }
 
