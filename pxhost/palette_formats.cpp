@@ -24,17 +24,15 @@ std::string OneLine(std::string text) {
 std::string PaletteGpl(const std::string& name, const std::vector<DisplaySwatch>& swatches) {
   std::string out =
       "GIMP Palette\nName: " + OneLine(name) + "\nColumns: " + std::to_string(kGplColumns) + "\n";
-  bool first = true;
-  int32_t group = -1;
+  int32_t group = -2;  // none yet: -1 is the book's ungrouped list
   for (const DisplaySwatch& s : swatches) {
     if (!s.drawable) continue;
-    if (first || s.groupIndex != group) {
+    if (s.groupIndex != group) {
       group = s.groupIndex;
       // A bare "#" closes a group before ungrouped swatches; a group the file
       // gives an empty name is "# " all the same.
       out += group < 0 ? "#\n" : "# " + OneLine(s.group) + "\n";
     }
-    first = false;
     char rgb[16];
     std::snprintf(rgb, sizeof rgb, "%3d %3d %3d\t", s.r, s.g, s.b);
     out += rgb + OneLine(ShownName(s)) + "\n";
